@@ -1,0 +1,32 @@
+// A command table entry, the handler convention and the messages every
+// command shares.
+#pragma once
+
+#include <cstdio>
+
+struct _cmd_struct;
+
+// Word count, words (word 0 is the command word, lower-cased) and the
+// handler's own table entry. Returns 0, 1 for a usage error, a request's
+// status, or -1 to leave the shell.
+using CommandHandler = int (*)(int argc, char **argv, const _cmd_struct *entry);
+
+struct _cmd_struct {
+    const char *cmd;        // name, lower case
+    int cmdLen;             // strlen(cmd) + 1
+    CommandHandler cmdHandler;
+    const char *cmdHelp;       // long help
+    const char *cmdShortHelp;  // one-line summary, beginning with ':'
+};
+using Command_Info = _cmd_struct;
+using PCommand_Info = const _cmd_struct *;
+
+// The option character and long option that carry the marked "-output" word
+// through every command's option parsing.
+constexpr int KRT_OUTPUT_OPTION = 1;
+
+inline constexpr const char ErrorDuplicate[] = "Duplicated option specified.\n";
+inline constexpr const char OptionRequired[] = "%s: option -%c is required\n";
+
+// "Description", the summary and the long help, on the output stream.
+void printCommandHelp(const Command_Info *entry);
