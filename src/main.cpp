@@ -1,1 +1,200 @@
-int main() { return 0; }
+// krt_cli start-up and the interactive shell.
+#include <editline/readline.h>
+#include <poll.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "api/krt_api.h"
+#include "shell/shell.h"
+#include "util/state.h"
+#include "util/text.h"
+
+namespace {
+
+constexpr std::size_t kLineSize = 2048;
+
+bool isVidWord(const char *word)
+{
+    return std::strstr(word, "--vid=0x") != nullptr || std::strstr(word, "--VID=0x") != nullptr;
+}
+
+// Common end of a run that got as far as the registry: release what start-up
+// opened.
+void finish()
+{
+    KRT_Final();
+    std::free(g_pAdInfos);
+    g_pAdInfos = nullptr;
+    if (stream != nullptr && stream != stdout)
+        std::fclose(stream);
+    stream = stdout;
+}
+
+// A null line from the editor at a terminal is Ctrl-D and only shows the
+// prompt again; a hung-up terminal would keep returning null lines, so the
+// shell ends then as it does for exhausted piped input.
+bool inputIsGone()
+{
+    if (isatty(STDIN_FILENO) == 0)
+        return true;
+    pollfd fd{STDIN_FILENO, POLLIN, 0};
+    return poll(&fd, 1, 0) == 1 && (fd.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+}
+
+int runShell()
+{
+    std::fprintf(stream, "CLI Version: %s\n", CLI_VERSION);
+    std::fprintf(stream, "Welcome to NVMe Command Line Interface.\n\n");
+    if (gNumAdaptersFound == 0)
+        return 0;
+
+    char buffer[kLineSize];
+    char *words[kMaxWords];
+    int status = 0;
+    for (;;) {
+        std::fflush(stream);
+        char *line = readline("> ");
+        if (line == nullptr) {
+            if (inputIsGone())
+                break;
+            continue;
+        }
+        add_history(line);
+        const int length = std::snprintf(buffer, sizeof buffer, "%s", line);
+        std::free(line);
+        if (length < 0 || static_cast<std::size_t>(length) >= sizeof buffer) {
+            std::fflush(stream);
+            std::fprintf(stderr, "krt_cli: input line of %d characters is too long (at most %zu allowed).\n", length,
+                         sizeof buffer - 1);
+            status = 1;
+            break;
+        }
+
+        int count = 0;
+        if (parse(&count, words, kMaxWords, buffer) == 0) {
+            std::fputs("Invalid quoted string.\n", stream);
+            continue;
+        }
+        if (count == 0) {
+            std::fputs("Type 'exit' to exit CLI.\n", stream);
+            continue;
+        }
+        if (cmdDispatcher(count, words) == -1)
+            break;
+    }
+    finish();
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    KRT_U16 *vidFilter = KRT_Adapter_GetDeviceVID();
+    *vidFilter = 0;
+    stream = stdout;
+    g_oneBaseMode = KRT_Adapter_GetOneBaseMode();
+
+    // A leading controller number, counted as the user counts. Its value wraps
+    // to 8 bits for the index, while the range test sees it as a signed 32-bit
+    // number.
+    if (argc >= 2 && isNumber(argv[1])) {
+        const unsigned long value = std::strtoul(argv[1], nullptr, 10);
+        gCurrentAdapter = static_cast<KRT_U8>(value);
+        const long long number = static_cast<int>(static_cast<unsigned int>(value));
+        const long long first = g_oneBaseMode == 1 ? 1 : 0;
+        if (number - first < 0) {
+            std::printf("Adapter ID %d is not exist\n", static_cast<int>(number));
+            return 0;
+        }
+        if (g_oneBaseMode == 1)
+            --gCurrentAdapter;
+        gSpecificAdapterFlag = 1;
+        --argc;
+        ++argv;
+    }
+
+    // "-output <file>" anywhere but last. The option word is marked so that
+    // every command's option parser takes it (option character 1) and ignores it.
+    if (argc >= 3) {
+        for (int i = 1; i <= argc - 2; ++i) {
+            if (strcasecmp(argv[i], "-output") != 0)
+                continue;
+            FILE *file = std::fopen(argv[i + 1], "ab");
+            if (file != nullptr) {
+                stream = file;
+            } else {
+                std::fprintf(stderr, "krt_cli: cannot open output file '%s' (%s); writing to standard output.\n",
+                             argv[i + 1], std::strerror(errno));
+            }
+            argv[i][1] = static_cast<char>(KRT_OUTPUT_OPTION);
+            break;
+        }
+    }
+
+    // The vendor-ID filter; the last such word wins. The words stay in place.
+    unsigned long vid = 0;
+    for (int i = 1; i < argc; ++i) {
+        if (!isVidWord(argv[i]))
+            continue;
+        vid = std::strtoul(std::strstr(argv[i], "0x"), nullptr, 16);
+        *vidFilter = static_cast<KRT_U16>(vid);
+    }
+
+    pCmdTable = generalCmdTableV1;
+    cmdTableSize = generalCmdTableV1Size();
+
+    KRT_Init();
+    gNumAdaptersFound = static_cast<KRT_U8>(KRT_Adapter_GetCount());
+
+    if (gNumAdaptersFound > 0) {
+        if (gSpecificAdapterFlag == 1 && gNumAdaptersFound <= gCurrentAdapter) {
+            std::fprintf(stream, "Adapter ID %d is not exist\n", gCurrentAdapter + (g_oneBaseMode == 1 ? 1 : 0));
+            return 0;
+        }
+        g_pAdInfos = static_cast<_NVME_Adapter_Info *>(std::calloc(gNumAdaptersFound, sizeof(_NVME_Adapter_Info)));
+        for (int i = 0; g_pAdInfos != nullptr && i < gNumAdaptersFound; ++i) {
+            if (KRT_Adapter_GetSimpleInfo(static_cast<KRT_U16>(i), &g_pAdInfos[i]) == 0)
+                continue;
+            std::memset(&g_pAdInfos[i], 0, sizeof(_NVME_Adapter_Info));
+            if (dbg_enable != 0) {
+                std::fprintf(stream, "\nUnable to get info of NVMe Controller %d\n", i + (g_oneBaseMode == 1 ? 1 : 0));
+            }
+        }
+    } else {
+        gSysDenied = KRT_IsSysDenied();
+        if (gSysDenied != 0) {
+            std::fputs("NVMe Controller is found, but need administrator permission.\n", stream);
+        } else {
+            std::fputs("No NVMe Controller is found.\n", stream);
+        }
+    }
+
+    if (argc == 1 || (gSpecificAdapterFlag == 0 && vid != 0))
+        return runShell();
+
+    // With a controller number and a vendor ID, the vendor-ID word is taken
+    // to stand first and is skipped.
+    int count = argc - 1;
+    char **words = argv + 1;
+    if (gSpecificAdapterFlag == 1 && vid != 0) {
+        count = argc - 2;
+        words = argv + 2;
+    }
+
+    if (gNumAdaptersFound == 0) {
+        // Without a controller only these two have anything to say.
+        if (count < 1 || (std::strcmp(words[0], "help") != 0 && std::strcmp(words[0], "version") != 0)) {
+            std::fflush(stream);
+            return 0;
+        }
+    }
+    const int result = cmdDispatcher(count, words);
+    finish();
+    return result;
+}
