@@ -1,0 +1,43 @@
+// Labelled-field writer: every record printer writes its lines through it, one
+// call per field, so the label column and the value formats live in one place.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "krt/types.h"
+
+class FieldWriter {
+  public:
+    // Writes on `out`, labels padded to `width` characters.
+    FieldWriter(std::FILE *out, int width) : out_(out), width_(width) {}
+
+    // "<label> <value>" as a signed decimal number.
+    void num(const char *label, long value) const;
+    // "<label> <value>" as text.
+    void str(const char *label, const char *value) const;
+    void str(const char *label, const std::string &value) const { str(label, value.c_str()); }
+    // "<label> <value> GB".
+    void gigabytes(const char *label, long long value) const;
+    // "<label> Yes" or "<label> No".
+    void yesNo(const char *label, bool value) const;
+
+    int width() const { return width_; }
+
+  private:
+    std::FILE *out_;
+    int width_;
+};
+
+// Capacity in GB of `lba` sectors of `sectorSize` bytes. The product wraps
+// rather than overflowing: both numbers come from the controller.
+long long sizeInGigabytes(KRT_U32 sectorSize, KRT_U64 lba);
+
+// A text field of a device record: at most `size` bytes, ending early at a
+// terminator. Device texts need not be terminated.
+std::string boundedText(const KRT_U8 *bytes, std::size_t size);
+// The same with leading blanks dropped (model, serial and firmware texts are
+// blank-padded on either side).
+std::string boundedTextNoLeadingBlanks(const KRT_U8 *bytes, std::size_t size);
