@@ -1,1 +1,76 @@
-// placeholder
+#include "firmware/progressbar.h"
+
+#include <array>
+#include <cstring>
+#include <new>
+#include <system_error>
+
+namespace {
+
+std::array<_KRTProgressBar *, KRT_PROGRESS_BARS> m_flash_list{};
+
+}  // namespace
+
+int _KRTProgressBar::startThread(KRTProgressFunction entry, const void *arg, std::size_t size)
+{
+    if (m_thread_handle.joinable())
+        m_thread_handle.join();
+    m_percentage = 0;
+    m_result = 0;
+    m_status = 1;
+    m_function = entry;
+    std::memset(m_arg, 0, sizeof m_arg);
+    if (arg != nullptr)
+        std::memcpy(m_arg, arg, size > sizeof m_arg ? sizeof m_arg : size);
+    try {
+        m_thread_handle = std::thread([this] {
+            if (m_function != nullptr)
+                m_function(this, m_arg);
+            m_status = 0;
+        });
+    } catch (const std::system_error &) {
+        m_status = 0;
+        return 1;
+    }
+    return 0;
+}
+
+void _KRTProgressBar::closeThread()
+{
+    if (m_thread_handle.joinable())
+        m_thread_handle.join();
+    m_status = 0;
+}
+
+void _KRTProgressBar::destructor()
+{
+    closeThread();
+    delete this;
+}
+
+void progressbar_management_init()
+{
+    m_flash_list.fill(nullptr);
+}
+
+void progressbar_management_close()
+{
+    for (auto &bar : m_flash_list) {
+        if (bar != nullptr)
+            bar->destructor();
+        bar = nullptr;
+    }
+}
+
+_KRTProgressBar *progressbar_management_get_instance(KRT_U16 adapter)
+{
+    _KRTProgressBar *&bar = m_flash_list[adapter & 255];
+    if (bar == nullptr)
+        bar = new (std::nothrow) _KRTProgressBar;
+    return bar;
+}
+
+_KRTProgressBar *progressbar_management_find(KRT_U16 adapter)
+{
+    return m_flash_list[adapter & 255];
+}

@@ -1,1 +1,356 @@
-// placeholder
+#include "guard/osvolume.h"
+
+#include <cctype>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <utility>
+
+#include "device/device_management.h"
+#include "krt/admin.h"
+#include "krt/records.h"
+#include "util/log.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Identify Controller: number of namespaces. Identify Namespace: NGUID, EUI64.
+constexpr int kIdNN = 516;
+constexpr int kIdNsNguid = 104;
+constexpr int kIdNsEui64 = 120;
+// Namespaces looked at per controller when only an identifier is known.
+constexpr KRT_U32 kMaxNamespacesProbed = 256;
+constexpr int kMaxLinkDepth = 8;
+
+std::vector<std::pair<KRT_U16, KRT_U32>> gOsNamespaces;
+
+std::string readSmallFile(const fs::path &p)
+{
+    std::ifstream in(p);
+    if (!in)
+        return {};
+    std::string text(256, '\0');
+    in.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(in.gcount()));
+    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
+        text.pop_back();
+    return text;
+}
+
+// Hex digits of a text (spaces, dashes and a prefix such as "eui." are
+// skipped) into exactly n bytes. False when the count differs or all are zero.
+bool parseHexId(std::string_view text, KRT_U8 *out, std::size_t n)
+{
+    std::string digits;
+    for (char c : text) {
+        if (std::isxdigit(static_cast<unsigned char>(c)))
+            digits.push_back(c);
+    }
+    if (digits.size() != n * 2)
+        return false;
+    bool nonzero = false;
+    for (std::size_t i = 0; i < n; ++i) {
+        out[i] = static_cast<KRT_U8>(std::stoul(digits.substr(i * 2, 2), nullptr, 16));
+        nonzero = nonzero || out[i] != 0;
+    }
+    return nonzero;
+}
+
+// "dddd:bb:dd.f" as the PCI address text of the registry, or empty.
+std::string pciAddress(const std::string &component)
+{
+    unsigned domain = 0, bus = 0, dev = 0, fn = 0;
+    char tail = 0;
+    if (component.size() != 12 ||
+        std::sscanf(component.c_str(), "%4x:%2x:%2x.%1x%c", &domain, &bus, &dev, &fn, &tail) != 4)
+        return {};
+    char text[32];
+    std::snprintf(text, sizeof text, "%02x:%02x.%02x", bus, dev, fn);
+    return text;
+}
+
+// The device of "/" from mountinfo: "major:minor", or empty.
+std::string rootDeviceNumber(const fs::path &root)
+{
+    std::ifstream in(root / "proc/self/mountinfo");
+    std::string line, found;
+    while (std::getline(in, line)) {
+        std::istringstream words(line);
+        std::string id, parent, devno, fsRoot, mountPoint;
+        if (!(words >> id >> parent >> devno >> fsRoot >> mountPoint))
+            continue;
+        // Later lines mount over earlier ones: the last "/" is the one in use.
+        if (mountPoint == "/")
+            found = devno;
+    }
+    return found;
+}
+
+// Follows a block device to the NVMe namespace under it: a partition's
+// parent, or a mapped device's first underlying device.
+void describeBlockDevice(const fs::path &dir, OsVolume &vol, std::vector<OsVolume> &out, int depth)
+{
+    std::error_code ec;
+    if (depth > kMaxLinkDepth)
+        return;
+    fs::path ns = dir;
+    if (fs::exists(dir / "partition", ec))
+        ns = dir.parent_path();
+    const fs::path slaves = ns / "slaves";
+    if (fs::is_directory(slaves, ec)) {
+        for (const auto &entry : fs::directory_iterator(slaves, ec)) {
+            fs::path target = fs::weakly_canonical(entry.path(), ec);
+            if (ec)
+                continue;
+            describeBlockDevice(target, vol, out, depth + 1);
+            return;
+        }
+    }
+    const std::string name = ns.filename().string();
+    if (name.rfind("nvme", 0) != 0)
+        return;
+    const std::string nsid = readSmallFile(ns / "nsid");
+    if (!nsid.empty() && std::isdigit(static_cast<unsigned char>(nsid[0]))) {
+        vol.nsid = static_cast<KRT_U32>(std::strtoul(nsid.c_str(), nullptr, 10));
+    }
+    vol.hasEui64 = parseHexId(readSmallFile(ns / "eui"), vol.eui64, sizeof vol.eui64);
+    vol.hasNguid = parseHexId(readSmallFile(ns / "nguid"), vol.nguid, sizeof vol.nguid);
+    // The controller's PCI function is the last PCI address on the way down.
+    for (const auto &part : ns) {
+        std::string bdf = pciAddress(part.string());
+        if (!bdf.empty())
+            vol.bdf = bdf;
+    }
+    if (!vol.bdf.empty() || vol.hasEui64 || vol.hasNguid)
+        out.push_back(vol);
+}
+
+void findLinux(const fs::path &root, std::vector<OsVolume> &out)
+{
+    const std::string devno = rootDeviceNumber(root);
+    if (devno.empty())
+        return;
+    std::error_code ec;
+    fs::path dir = fs::weakly_canonical(root / "sys/dev/block" / devno, ec);
+    if (ec || !fs::is_directory(dir, ec))
+        return;
+    OsVolume vol;
+    describeBlockDevice(dir, vol, out, 0);
+}
+
+// ESXi keeps the boot bank as a link into the volume of the boot device;
+// when the chain names the device ("eui.<hex>"), that identifies the namespace.
+void findEsxi(const fs::path &root, std::vector<OsVolume> &out)
+{
+    std::error_code ec;
+    fs::path link = root / "bootbank";
+    for (int i = 0; i < kMaxLinkDepth && fs::is_symlink(link, ec); ++i) {
+        fs::path target = fs::read_symlink(link, ec);
+        if (ec)
+            return;
+        for (const auto &part : target) {
+            const std::string text = part.string();
+            if (text.rfind("eui.", 0) != 0)
+                continue;
+            const std::string id =
+                text.substr(4, text.find(':') == std::string::npos ? std::string::npos : text.find(':') - 4);
+            OsVolume vol;
+            vol.hasNguid = parseHexId(id, vol.nguid, sizeof vol.nguid);
+            if (!vol.hasNguid)
+                vol.hasEui64 = parseHexId(id, vol.eui64, sizeof vol.eui64);
+            if (vol.hasNguid || vol.hasEui64) {
+                out.push_back(vol);
+                return;
+            }
+        }
+        link = target.is_absolute() ? root / target.relative_path() : link.parent_path() / target;
+    }
+}
+
+KRT_U32 identify(Device *dev, KRT_U32 cns, KRT_U32 nsid, KRT_U8 (&data)[NVME_IDENTIFY_SIZE])
+{
+    std::memset(data, 0, sizeof data);
+    return dev->sendCommand(NVME_ADMIN_IDENTIFY, nsid, &cns, 1, nullptr, 0, data, sizeof data);
+}
+
+// Namespaces of a controller whose identifiers match the volume's.
+void matchByIdentifier(KRT_U16 adapter, Device *dev, const OsVolume &vol)
+{
+    KRT_U8 data[NVME_IDENTIFY_SIZE];
+    if (identify(dev, NVME_CNS_CONTROLLER, 0, data) != 0)
+        return;
+    KRT_U32 nn = static_cast<KRT_U32>(data[kIdNN]) | (static_cast<KRT_U32>(data[kIdNN + 1]) << 8) |
+                 (static_cast<KRT_U32>(data[kIdNN + 2]) << 16) | (static_cast<KRT_U32>(data[kIdNN + 3]) << 24);
+    if (nn > kMaxNamespacesProbed)
+        nn = kMaxNamespacesProbed;
+    for (KRT_U32 nsid = 1; nsid <= nn; ++nsid) {
+        if (identify(dev, NVME_CNS_NAMESPACE, nsid, data) != 0)
+            continue;
+        const bool nguid = vol.hasNguid && std::memcmp(data + kIdNsNguid, vol.nguid, sizeof vol.nguid) == 0;
+        const bool eui = vol.hasEui64 && std::memcmp(data + kIdNsEui64, vol.eui64, sizeof vol.eui64) == 0;
+        if (nguid || eui)
+            gOsNamespaces.emplace_back(adapter, nsid);
+    }
+}
+
+// Sends a class-form request to the adapter's paired device.
+KRT_U32 pairRequest(KRT_U16 index, KRT_U32 cls, KRT_U32 sub, void *buffer, KRT_U16 inLen, KRT_U16 outLen)
+{
+    const KRT_U32 words[2] = {cls, sub};
+    return GetDeviceManagementInstance()->getDevice(index)->sendCommand(KRT_PAIR_REQUEST_OPCODE, 0, words, 2, buffer,
+                                                                        inLen, buffer, outLen);
+}
+
+constexpr int kVdPerRequest =
+    (KRT_BUFFER_SIZE - KRT_REPLY_DATA_OFFSET - sizeof(_RequestHeader)) / sizeof(_NVME_VD_Info);
+
+struct VdList {
+    _RequestHeader head;
+    _NVME_VD_Info vds[kVdPerRequest];
+};
+
+// The controller's virtual disks; the request's status.
+KRT_U32 readVds(KRT_U16 index, VdList &list, int &count)
+{
+    std::memset(&list, 0, sizeof list);
+    list.head.size = sizeof list.head;
+    list.head.numRequested = kVdPerRequest;
+    count = 0;
+    KRT_U32 rc = pairRequest(index, KRT_CLASS_VD, 0, &list, sizeof list.head, sizeof list);
+    if (rc != 0)
+        return rc;
+    count = list.head.numReturned > kVdPerRequest ? kVdPerRequest : list.head.numReturned;
+    return 0;
+}
+
+const char kOnlyOneVd[] =
+    "\nNamespace attachment only support VD count is 1. Please reboot your system to update namespace status.\n";
+
+// Attaches (select 0) or detaches (select 1) the namespaces of the
+// controller's only VD to the controller itself, so that the host sees the
+// change without a reboot.
+int attachOnlyVd(KRT_U16 index, KRT_U32 select)
+{
+    VdList list;
+    int count = 0;
+    KRT_U32 rc = readVds(index, list, count);
+    if (rc != 0)
+        return static_cast<int>(rc);
+    if (count != 1) {
+        add_log("%s", kOnlyOneVd);
+        return 0;
+    }
+    Device *dev = GetDeviceManagementInstance()->getDevice(index)->getNVMEDevice();
+    KRT_U8 data[NVME_IDENTIFY_SIZE];
+    rc = identify(dev, NVME_CNS_CONTROLLER, 0, data);
+    if (rc != 0)
+        return static_cast<int>(rc);
+    KRT_U8 ctrlList[KRT_BUFFER_SIZE] = {};
+    ctrlList[0] = 1;
+    ctrlList[2] = data[NVME_ID_CNTLID];
+    ctrlList[3] = data[NVME_ID_CNTLID + 1];
+    for (KRT_U8 nsid : list.vds[0].NSIDs) {
+        if (nsid == 0)
+            continue;
+        rc = dev->sendCommand(NVME_ADMIN_NS_ATTACH, nsid, &select, 1, ctrlList, sizeof ctrlList, nullptr, 0);
+        if (rc != 0)
+            return static_cast<int>(rc);
+    }
+    return 0;
+}
+
+}  // namespace
+
+std::vector<OsVolume> os_vol_find(const std::string &root)
+{
+    std::vector<OsVolume> out;
+    const fs::path base = root.empty() ? fs::path("/") : fs::path(root);
+    findLinux(base, out);
+    if (out.empty())
+        findEsxi(base, out);
+    return out;
+}
+
+void os_vol_scan(const char *root)
+{
+    gOsNamespaces.clear();
+    const std::vector<OsVolume> volumes = os_vol_find(root == nullptr ? "/" : root);
+    if (volumes.empty())
+        return;
+    DeviceManagement *registry = GetDeviceManagementInstance();
+    for (KRT_U16 i = 0; i < registry->getDeviceCount(); ++i) {
+        Device *dev = registry->getDevice(i);
+        for (const OsVolume &vol : volumes) {
+            if (!vol.bdf.empty() && vol.nsid != 0 && vol.bdf == dev->bus_dev_fun) {
+                gOsNamespaces.emplace_back(i, vol.nsid);
+            } else if (vol.hasEui64 || vol.hasNguid) {
+                matchByIdentifier(i, dev->getNVMEDevice(), vol);
+            }
+        }
+    }
+}
+
+void sysdisk_final()
+{
+    gOsNamespaces.clear();
+}
+
+bool os_vol_on_namespace(KRT_U16 adapter, KRT_U32 nsid)
+{
+    for (const auto &[a, n] : gOsNamespaces) {
+        if (a == adapter && n == nsid)
+            return true;
+    }
+    return false;
+}
+
+int KRT_VD_Has_OS(KRT_U16 adapter, KRT_U16 vd, KRT_U8 MaxNS)
+{
+    bool any = false;
+    for (const auto &entry : gOsNamespaces)
+        any = any || entry.first == adapter;
+    // Nothing of the system lives on this controller: no need to ask it.
+    if (!any)
+        return 0;
+
+    constexpr int kMaxRecords = (KRT_BUFFER_SIZE - KRT_REPLY_DATA_OFFSET) / sizeof(_NVME_NS_Info);
+    const int wanted = MaxNS == 0 ? kMaxRecords : (MaxNS > kMaxRecords ? kMaxRecords : MaxNS);
+    _NVME_NS_Info records[kMaxRecords] = {};
+    const KRT_U32 words[3] = {KRT_CLASS_NS, 1, vd};
+    const KRT_U32 rc = GetDeviceManagementInstance()->getDevice(adapter)->sendCommand(
+        KRT_PAIR_REQUEST_OPCODE, 0, words, 3, nullptr, 0, records,
+        static_cast<KRT_U16>(wanted * sizeof(_NVME_NS_Info)));
+    if (rc != 0)
+        return 0;
+    for (int i = 0; i < wanted; ++i) {
+        const _NVME_NS_Info &ns = records[i];
+        if ((ns.Status & KRT_NS_VALID) == 0 || ns.ID != vd)
+            continue;
+        if (os_vol_on_namespace(adapter, ns.NSID))
+            return KRT_VD_HAS_OS;
+    }
+    return 0;
+}
+
+int before_create_vd(KRT_U16)
+{
+    return 0;
+}
+int after_create_vd(KRT_U16 index)
+{
+    return attachOnlyVd(index, 0);
+}
+int before_delete_vd(KRT_U16 index, KRT_U16 /*vd*/)
+{
+    return attachOnlyVd(index, 1);
+}
+int after_delete_vd(KRT_U16)
+{
+    return 0;
+}
+int after_import_vd(KRT_U16)
+{
+    return 0;
+}
