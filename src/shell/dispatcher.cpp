@@ -26,18 +26,55 @@ void resetOptionParser()
     optind = 1;
 }
 
-int run(const Command_Info &entry, int argc, char **argv)
-{
-    resetOptionParser();
-    return entry.cmdHandler(argc, argv, &entry);
-}
-
 bool isVidWord(const char *word)
 {
     return std::strstr(word, "--vid=0x") != nullptr || std::strstr(word, "--VID=0x") != nullptr;
 }
 
 }  // namespace
+
+const Command_Info *lookupCommand(const char *word, int *matches)
+{
+    const std::size_t n = std::strlen(word);
+    const auto abbreviates = [&](const Command_Info &entry) { return std::strncmp(word, entry.cmd, n) == 0; };
+    const auto whole = [&](const Command_Info &entry) { return static_cast<int>(n) + 1 == entry.cmdLen; };
+
+    *matches = 0;
+    int last = -1;
+    bool publicMatched = false;
+    for (int i = 0; i < cmdTableSize; ++i) {
+        const Command_Info &entry = pCmdTable[i];
+        if (!abbreviates(entry))
+            continue;
+        last = i;
+        if (whole(entry)) {
+            *matches = 1;
+            return &entry;
+        }
+        ++*matches;
+        publicMatched = true;
+    }
+    for (int i = 0; i < hiddenCmdTableV1Size(); ++i) {
+        const Command_Info &entry = hiddenCmdTableV1[i];
+        if (!abbreviates(entry))
+            continue;
+        last = i;
+        if (whole(entry)) {
+            *matches = 1;
+            // A whole hidden name after a public abbreviation stands for the
+            // public entry at the hidden entry's position. No present pair of
+            // names gets here; the position is still kept inside the public
+            // table.
+            if (publicMatched && i < cmdTableSize)
+                return &pCmdTable[i];
+            return &entry;
+        }
+        ++*matches;
+    }
+    if (*matches != 1)
+        return nullptr;
+    return publicMatched ? &pCmdTable[last] : &hiddenCmdTableV1[last];
+}
 
 int cmdDispatcher(int argc, char **argv)
 {
@@ -47,43 +84,13 @@ int cmdDispatcher(int argc, char **argv)
     if (std::strcmp(word, "exit") == 0 || std::strcmp(word, "quit") == 0)
         return -1;
 
-    const std::size_t n = std::strlen(word);
-    const auto matches = [&](const Command_Info &entry) { return std::strncmp(word, entry.cmd, n) == 0; };
-    const auto whole = [&](const Command_Info &entry) { return static_cast<int>(n) + 1 == entry.cmdLen; };
-
-    int count = 0;
-    int last = -1;
-    bool publicMatched = false;
-    for (int i = 0; i < cmdTableSize; ++i) {
-        const Command_Info &entry = pCmdTable[i];
-        if (!matches(entry))
-            continue;
-        last = i;
-        if (whole(entry))
-            return run(entry, argc, argv);
-        ++count;
-        publicMatched = true;
+    int matches = 0;
+    const Command_Info *entry = lookupCommand(word, &matches);
+    if (entry != nullptr) {
+        resetOptionParser();
+        return entry->cmdHandler(argc, argv, entry);
     }
-    for (int i = 0; i < hiddenCmdTableV1Size(); ++i) {
-        const Command_Info &entry = hiddenCmdTableV1[i];
-        if (!matches(entry))
-            continue;
-        last = i;
-        if (whole(entry)) {
-            // A whole hidden name after a public abbreviation runs the public
-            // entry at the hidden entry's position; no present name pair
-            // reaches this, and the position is checked against the public
-            // table all the same.
-            if (publicMatched && i < cmdTableSize)
-                return run(pCmdTable[i], argc, argv);
-            return run(entry, argc, argv);
-        }
-        ++count;
-    }
-
-    if (count == 1)
-        return run(publicMatched ? pCmdTable[last] : hiddenCmdTableV1[last], argc, argv);
-    if (count == 0) {
+    if (matches == 0) {
         if (isVidWord(word))
             return 0;
         std::fprintf(stream, "Invalid command '%s'!\n", word);

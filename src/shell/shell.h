@@ -19,6 +19,12 @@ int parse(int *count, char **words, int capacity, char *line);
 // a lone vendor-ID word or no word at all, 1 for an unknown or ambiguous command.
 int cmdDispatcher(int argc, char **argv);
 
+// The command a lower-cased word names: a whole name, or an abbreviation of
+// exactly one name over both tables. `matches` receives the number of names
+// the word abbreviates (1 for a whole name); the result is null when that is
+// not exactly one.
+const Command_Info *lookupCommand(const char *word, int *matches);
+
 // The public commands (listed by help) and the hidden ones.
 extern const Command_Info generalCmdTableV1[];
 extern const Command_Info hiddenCmdTableV1[];
