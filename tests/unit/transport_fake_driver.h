@@ -1,0 +1,64 @@
+// An in-process stand-in for the platform library and the NVMe driver
+// behind it, installed through the platform binding's entry-point seam.
+// Tests describe adapters, then read back every request the tool made.
+#pragma once
+
+#include <array>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "krt/admin.h"
+#include "krt/driver.h"
+#include "krt/ids.h"
+#include "krt/records.h"
+#include "platform/vmkmgmt.h"
+
+namespace fake {
+
+using Page = std::array<KRT_U8, KRT_BUFFER_SIZE>;
+
+struct Adapter {
+    std::string name;
+    std::string signature;
+    bool openable = true;
+    Page identify{};            // Identify Controller data
+    Page adapterInfo{};         // reply of the direct adapter-information request
+    Page pairReply{};           // reply of the receive half of a pair
+    KRT_U32 completionDw3 = 0;  // completion status for every command
+    KRT_U32 driverStatus = 0;   // usr_io status for every command
+};
+
+struct Request {
+    std::string adapter;
+    usr_io io;
+    std::vector<KRT_U8> sent;  // the data of a host-to-controller request
+};
+
+struct Driver {
+    std::vector<Adapter> adapters;
+    bool listFails = false;
+    KRT_U32 listCount = ~0u;  // count reported instead of the real one
+    std::vector<Request> requests;
+    int openHandles = 0;
+    std::vector<std::string> initNames;  // signature names asked for
+};
+
+Driver &driver();
+
+// Installs the fake entry points with an empty driver; removes them again.
+void install();
+void uninstall();
+
+// An adapter of the managed kind: vendor and device ID as the build sets them.
+Adapter managedAdapter(const std::string &name, KRT_U16 vid = KRT_PCI_VENDOR_ID, KRT_U16 did = KRT_PCI_DEVICE_ID);
+
+class Installed {
+  public:
+    Installed() { install(); }
+    ~Installed() { uninstall(); }
+    Installed(const Installed &) = delete;
+    Installed &operator=(const Installed &) = delete;
+};
+
+}  // namespace fake
