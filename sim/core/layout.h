@@ -1,0 +1,182 @@
+// The simulated machine as it sits in the shared state file: a fixed-layout
+// image mapped by every process that loads the platform library, so that
+// successive tool runs see one set of controllers. Only this build reads it;
+// the head's magic, format version and size reject a file from another build.
+#pragma once
+
+#include <type_traits>
+
+#include "krt/records.h"
+#include "krt/types.h"
+
+namespace krtsim {
+
+using KRT_S32 = std::int32_t;
+
+constexpr char kStateMagic[8] = {'K', 'R', 'T', 'S', 'I', 'M', 'S', 'T'};
+constexpr KRT_U32 kStateFormat = 3;
+
+constexpr int kMaxAdapters = 64;  // the driver's adapter list holds no more
+constexpr int kMaxPds = 32;       // back-end SSD slots per controller
+constexpr int kMaxVds = 32;
+constexpr int kMaxNs = 64;
+constexpr int kMaxEvents = 256;
+constexpr int kMaxFaults = 32;
+constexpr int kFwSlots = 7;
+constexpr int kSpiSize = 4096;
+constexpr int kSpiLogSize = 4096;
+constexpr int kBufferSize = 4096;
+
+// Progress is kept in thousandths of a percent so that slow activities still
+// move on a one-second clock.
+constexpr KRT_U32 kProgressFull = 100000;
+
+struct SimBga {
+    KRT_U8 type;    // KRT_BGA_TYPE, 0 = none
+    KRT_U8 status;  // KRT_BGA_STATUS
+    KRT_U8 target;  // rebuild: the PD being rebuilt, else unused
+    KRT_U8 reserved;
+    KRT_U32 progress;          // 0..kProgressFull
+    KRT_U32 millisPerPercent;  // speed; 0 means the default
+    KRT_U32 reserved2;
+    KRT_U64 lastMillis;  // clock time the progress was last brought up to date
+};
+
+struct SimPd {
+    KRT_U8 present;
+    KRT_U8 status;        // KRT_PD_* bits
+    KRT_U16 slot;         // SSDAdapterID
+    KRT_U16 nsid;         // SSDNSID
+    KRT_U16 temperature;  // Kelvin, as NVMe reports it
+    KRT_U32 sectorSize;
+    KRT_U64 lba;
+    char model[40];
+    char serial[20];
+    char fw[8];
+    KRT_U8 vid[2];
+    KRT_U8 criticalWarning;  // SMART critical warning byte
+    KRT_U8 percentUsed;
+    KRT_U64 powerOnHours;
+    KRT_U64 mediaErrors;
+    KRT_U64 powerCycles;
+    KRT_U64 dataUnitsRead;
+    KRT_U64 dataUnitsWritten;
+    char fwSlots[kFwSlots][8];
+    KRT_U8 activeSlot;  // 1-based
+    KRT_U8 reserved[31];
+    SimBga bga;  // media patrol of this disk
+};
+
+struct SimVd {
+    KRT_U8 present;
+    KRT_U8 status;  // KRT_VD_STATE
+    KRT_U8 importable;
+    KRT_U8 raidMode;
+    KRT_U8 memberCount;
+    KRT_U8 numParity;
+    KRT_U16 stripBlocks;
+    KRT_U32 sectorSize;
+    KRT_U32 reserved1;
+    KRT_U64 lba;
+    KRT_U16 members[KRT_VD_MAX_MEMBERS];
+    KRT_U8 name[16];  // not necessarily terminated
+    KRT_U8 reserved[32];
+    SimBga bga;
+};
+
+struct SimNs {
+    KRT_U8 nsid;        // 0: slot unused
+    KRT_U8 deviceType;  // 0 parent PD, 1 parent VD
+    KRT_U16 parent;
+    KRT_U8 status;  // KRT_NS_VALID | KRT_NS_ACTIVE
+    KRT_U8 lbaDataSize;
+    KRT_U16 reserved;
+    KRT_U32 sectorSize;
+    KRT_U32 reserved2;
+    KRT_U64 lba;
+};
+
+struct SimEvent {
+    KRT_U32 seq;
+    KRT_U32 time;
+    char msg[48];
+    KRT_U8 reserved[8];
+};
+
+struct SimAdapter {
+    char name[32];
+    char signature[32];
+    KRT_U8 vanished;  // listed by the driver but cannot be opened
+    KRT_U8 raid;
+    KRT_U8 mailboxPending;
+    KRT_U8 spiLogOn;
+    KRT_U8 debugLevel[2];
+    KRT_U8 frmw;          // Identify FRMW byte
+    KRT_U8 activeFwSlot;  // 1-based
+    KRT_U16 cntlid;
+    KRT_U16 ssvid;
+    KRT_U32 eventCount;  // events ever logged; the ring keeps the last kMaxEvents
+    KRT_U32 spiLogLength;
+    KRT_U64 tnvmcap;
+    KRT_U64 unvmcap;
+    char sn[20];
+    char mn[40];
+    char fr[8];
+    KRT_U8 subnqn[256];
+    KRT_U8 eui64[8];
+    KRT_U8 reserved[64];
+    _NVME_Adapter_Info info;
+    _NVME_Adapter_Config config;
+    char fwSlots[kFwSlots][8];
+    SimPd pds[kMaxPds];
+    SimVd vds[kMaxVds];
+    SimNs ns[kMaxNs];
+    SimEvent events[kMaxEvents];
+    KRT_U8 spi[kSpiSize];
+    KRT_U8 spiLog[kSpiLogSize];
+    KRT_U8 mailbox[kBufferSize];  // reply of the last paired request
+};
+
+enum FaultEffect : KRT_U8 {
+    FAULT_NONE = 0,
+    FAULT_STATUS = 1,
+    FAULT_BAD_SIGN = 2,
+    FAULT_ENVELOPE_STATUS = 3,
+    FAULT_OVERLONG = 4,
+};
+
+struct SimFault {
+    KRT_U8 effect;  // FaultEffect; FAULT_NONE marks a free slot
+    KRT_U8 matchOpcode;
+    KRT_U8 matchCdw12;
+    KRT_U8 opcode;
+    KRT_S32 adapter;  // -1: every adapter
+    KRT_U32 cdw12;
+    KRT_S32 remaining;  // -1: fires forever
+    KRT_U32 value;      // status (SCT << 8 | SC) or envelope status
+};
+
+struct SimClock {
+    KRT_U8 frozen;
+    KRT_U8 reserved[7];
+    KRT_U64 baseMillis;  // simulated time at the last freeze, run or advance
+    KRT_U64 realMillis;  // real time at that moment (running clock only)
+};
+
+struct SimState {
+    char magic[8];
+    KRT_U32 format;
+    KRT_U32 size;
+    KRT_U32 adapterCount;
+    KRT_U8 listFails;
+    KRT_U8 reserved[3];
+    SimClock clock;
+    SimFault faults[kMaxFaults];
+    KRT_U8 reserved2[256];
+    SimAdapter adapters[kMaxAdapters];
+};
+
+static_assert(std::is_trivially_copyable_v<SimState>);
+static_assert(std::is_standard_layout_v<SimState>);
+
+}  // namespace krtsim

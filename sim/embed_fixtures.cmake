@@ -1,0 +1,22 @@
+# Turns the fixture files into a C++ source of byte arrays, so that the
+# platform library can build its first state without any file beside it.
+# Called with -DOUT=<file> -DFIXTURES=<a|b|c>.
+string(REPLACE "|" ";" FIXTURES "${FIXTURES}")
+set(body "// Generated from sim/fixtures/*.json; do not edit.\n#include <cstddef>\n\nnamespace krtsim {\n\n")
+set(table "")
+set(n 0)
+foreach(f IN LISTS FIXTURES)
+  get_filename_component(name ${f} NAME_WE)
+  file(READ ${f} hex HEX)
+  string(LENGTH "${hex}" len)
+  math(EXPR size "${len} / 2")
+  string(REGEX REPLACE "([0-9a-f][0-9a-f])" "0x\\1," bytes "${hex}")
+  string(APPEND body "static const unsigned char fixture_${n}[] = {${bytes}};\n")
+  string(APPEND table "    {\"${name}\", fixture_${n}, ${size}},\n")
+  math(EXPR n "${n} + 1")
+endforeach()
+string(APPEND body "\nstruct EmbeddedFixture {\n    const char *name;\n    const unsigned char *data;\n    size_t size;\n};\n")
+string(APPEND body "extern const EmbeddedFixture kEmbeddedFixtures[];\nextern const size_t kEmbeddedFixtureCount;\n")
+string(APPEND body "const EmbeddedFixture kEmbeddedFixtures[] = {\n${table}};\nconst size_t kEmbeddedFixtureCount = ${n};\n\n}  // namespace krtsim\n")
+file(WRITE ${OUT}.tmp "${body}")
+file(COPY_FILE ${OUT}.tmp ${OUT} ONLY_IF_DIFFERENT)
