@@ -33,15 +33,19 @@ struct Handle {
 std::mutex gMutex;
 std::set<Handle *> gHandles;
 std::unique_ptr<StateFile> gState;
+pid_t gStatePid = 0;
 
 // The state named by KRTSIM_STATE now; reopened when the variable or the
 // file behind it changed. Caller holds gMutex.
 StateFile *stateFile()
 {
     const std::string path = defaultStatePath();
-    if (gState && gState->sameFile(path))
+    // A forked child shares the parent's open file and with it the flock:
+    // it needs its own.
+    if (gState && gStatePid == getpid() && gState->sameFile(path))
         return gState.get();
     gState.reset();
+    gStatePid = getpid();
     std::string error;
     gState = StateFile::open(path, &error);
     if (!gState)
