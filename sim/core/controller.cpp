@@ -2,38 +2,30 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
+#include <initializer_list>
 
 #include "fixture.h"
 #include "krt/admin.h"
+#include "request.h"
 #include "store.h"
 
 namespace krtsim {
 
-namespace {
-
-using Buffer = std::array<KRT_U8, kBufferSize>;
-
-// Room for records after the reply envelope's 8-byte head.
-constexpr size_t kReplyData = kBufferSize - KRT_REPLY_DATA_OFFSET;
-
-template <typename T>
-void put(std::span<KRT_U8> out, size_t offset, const T &value)
+void addEvent(SimAdapter &ad, KRT_U64 nowMillis, const char *format, ...)
 {
-    if (offset + sizeof(T) <= out.size())
-        std::memcpy(out.data() + offset, &value, sizeof(T));
+    SimEvent &e = ad.events[ad.eventCount % kMaxEvents];
+    e = SimEvent{};
+    e.seq = ad.eventCount + 1;
+    e.time = static_cast<KRT_U32>(nowMillis / 1000);
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(e.msg, sizeof e.msg, format, args);
+    va_end(args);
+    ++ad.eventCount;
 }
-
-// Over-long text: every byte used, no terminator, no blank to trim.
-template <size_t N>
-void fillText(KRT_U8 (&field)[N])
-{
-    std::memset(field, 'X', N);
-}
-
-// ---------------------------------------------------------------- records
-
-}  // namespace
 
 _NVME_PD_Info pdRecord(const SimPd &pd, int id, bool overlong)
 {
@@ -158,230 +150,12 @@ void advanceActivities(SimAdapter &ad, KRT_U64 now)
 
 namespace {
 
-// ---------------------------------------------------------------- requests
-
-// One vendor request as the controller sees it, whichever way it came.
-struct Request {
-    SimState &state;
-    SimAdapter &ad;
-    KRT_U8 cls;
-    KRT_U8 sub;
-    KRT_U16 unit;   // direct: CDW12 bytes 2-3
-    KRT_U32 cdw13;  // direct only
-    KRT_U32 cdw14;  // direct only
-    KRT_U16 param;  // paired: third command word
-    std::span<const KRT_U8> in;
-    std::span<KRT_U8> out;  // reply data, after the envelope head
-    bool overlong;
-};
-
-using Handler = KRT_U8 (*)(Request &);
-
-struct Route {
-    KRT_U8 cls;
-    KRT_U8 sub;
-    Handler handler;
-};
-
-_NVME_Adapter_Info adapterInfo(const Request &r)
+KRT_U8 dispatch(std::initializer_list<std::span<const Route>> tables, Request &r)
 {
-    _NVME_Adapter_Info info = r.ad.info;
-    if (r.overlong) {
-        info.PortCount = info.MaxPD = info.MaxVD = info.MaxNS = 255;
-        info.MaxPDPerVD = info.MaxNSPerVD = 255;
-        std::memset(info.BuildDate, 'X', sizeof info.BuildDate);
-        for (auto &link : info.PCIeInfo)
-            link = {0, 0xFF, 0xFF, 0xFF};
-    }
-    return info;
-}
-
-bool pdExists(const SimAdapter &ad, KRT_U32 id)
-{
-    return id < kMaxPds && ad.pds[id].present;
-}
-bool vdExists(const SimAdapter &ad, KRT_U32 id)
-{
-    return id < kMaxVds && ad.vds[id].present;
-}
-
-KRT_U8 getAdapterInfo(Request &r)
-{
-    put(r.out, 0, adapterInfo(r));
-    return VS_OK;
-}
-
-KRT_U8 setDebugLevel(Request &r)
-{
-    if (r.unit > 1)
-        return VS_INVALID_PARAMETER;
-    r.ad.debugLevel[r.unit] = static_cast<KRT_U8>(r.cdw14);
-    return VS_OK;
-}
-
-KRT_U8 getPd(Request &r)
-{
-    if (!pdExists(r.ad, r.cdw14))
-        return VS_INVALID_HD;
-    put(r.out, 0, pdRecord(r.ad.pds[r.cdw14], static_cast<int>(r.cdw14), r.overlong));
-    return VS_OK;
-}
-
-KRT_U8 getVd(Request &r)
-{
-    if (!vdExists(r.ad, r.cdw14))
-        return VS_INVALID_LD;
-    put(r.out, 0, vdRecord(r.ad, static_cast<int>(r.cdw14), r.overlong));
-    return VS_OK;
-}
-
-KRT_U8 getVdBga(Request &r)
-{
-    if (!vdExists(r.ad, r.cdw14))
-        return VS_INVALID_LD;
-    put(r.out, 0, bgaRecord(r.ad.vds[r.cdw14].bga, static_cast<int>(r.cdw14)));
-    return VS_OK;
-}
-
-// Namespace slots in table order; a record per slot up to MaxNS, as far as
-// the reply holds them.
-KRT_U8 getHostNs(Request &r)
-{
-    size_t slots = std::min<size_t>(r.ad.info.MaxNS, r.out.size() / sizeof(_NVME_NS_Info));
-    if (r.overlong)
-        slots = r.out.size() / sizeof(_NVME_NS_Info);
-    for (size_t i = 0; i < slots && i < kMaxNs; ++i) {
-        const SimNs &ns = r.ad.ns[i];
-        if (ns.nsid != 0 || r.overlong)
-            put(r.out, i * sizeof(_NVME_NS_Info), nsRecord(r.ad, ns, r.overlong));
-    }
-    return VS_OK;
-}
-
-// Namespaces of one VD (or of every VD for 255), packed from the start.
-KRT_U8 nsOfVd(Request &r, KRT_U16 vdid)
-{
-    if (vdid != 0xFF && !vdExists(r.ad, vdid))
-        return VS_INVALID_LD;
-    size_t room = r.out.size() / sizeof(_NVME_NS_Info);
-    size_t n = 0;
-    for (const SimNs &ns : r.ad.ns) {
-        if (n >= room)
-            break;
-        if (ns.nsid == 0 || ns.deviceType != 1 || (vdid != 0xFF && ns.parent != vdid))
-            continue;
-        put(r.out, n++ * sizeof(_NVME_NS_Info), nsRecord(r.ad, ns, r.overlong));
-    }
-    return VS_OK;
-}
-
-KRT_U8 getVdNs(Request &r)
-{
-    return nsOfVd(r, r.unit);
-}
-KRT_U8 getVdNsPaired(Request &r)
-{
-    return nsOfVd(r, r.param);
-}
-
-// The direct requests (opcode 0xE2): class and sub-command from CDW12.
-constexpr Route kDirect[] = {
-    {KRT_CLASS_ADAPTER, 0x00, getAdapterInfo},
-    {KRT_CLASS_ADAPTER, 0x12, setDebugLevel},
-    {KRT_CLASS_PD, 0x00, getPd},
-    {KRT_CLASS_VD, 0x00, getVd},
-    {KRT_CLASS_BGA, 0x02, getVdBga},
-    {KRT_CLASS_NS, 0x00, getHostNs},
-    {KRT_CLASS_NS, 0x01, getVdNs},
-};
-
-// ---- paired (class-form) requests
-
-KRT_U8 pairedGetConfig(Request &r)
-{
-    put(r.out, 0, r.ad.config);
-    return VS_OK;
-}
-
-KRT_U8 pairedSetConfig(Request &r)
-{
-    if (r.in.size() < sizeof(_NVME_Adapter_Config))
-        return VS_INVALID_PARAMETER;
-    std::memcpy(&r.ad.config, r.in.data(), sizeof r.ad.config);
-    return VS_OK;
-}
-
-// A list request: the header names the first ID and how many records are
-// wanted; the reply repeats the header with numReturned and nextStart
-// (the ID to ask for next, 0xFFFF when nothing follows) and the records.
-template <typename Record, typename Exists, typename Make>
-KRT_U8 listReply(Request &r, int limit, Exists exists, Make make)
-{
-    if (r.in.size() < sizeof(_RequestHeader))
-        return VS_INVALID_PARAMETER;
-    _RequestHeader h{};
-    std::memcpy(&h, r.in.data(), sizeof h);
-    size_t room = (r.out.size() - sizeof h) / sizeof(Record);
-    size_t want = std::min<size_t>(h.numRequested, room);
-    size_t n = 0;
-    int id = h.start;
-    for (; id < limit && n < want; ++id) {
-        if (!exists(id))
-            continue;
-        put(r.out, sizeof h + n * sizeof(Record), make(id));
-        ++n;
-    }
-    while (id < limit && !exists(id))
-        ++id;
-    h.numReturned = static_cast<KRT_U8>(n);
-    h.nextStart = static_cast<KRT_U16>(id < limit ? id : 0xFFFF);
-    if (r.overlong)
-        h.numReturned = 255;
-    put(r.out, 0, h);
-    return VS_OK;
-}
-
-KRT_U8 pairedPdList(Request &r)
-{
-    return listReply<_NVME_PD_Info>(
-        r, kMaxPds, [&](int id) { return r.ad.pds[id].present != 0; },
-        [&](int id) { return pdRecord(r.ad.pds[id], id, r.overlong); });
-}
-
-KRT_U8 pairedVdList(Request &r)
-{
-    return listReply<_NVME_VD_Info>(
-        r, kMaxVds, [&](int id) { return r.ad.vds[id].present != 0; },
-        [&](int id) { return vdRecord(r.ad, id, r.overlong); });
-}
-
-KRT_U8 pairedPdBga(Request &r)
-{
-    return listReply<_NVME_BGA_STATUS>(
-        r, kMaxPds, [&](int id) { return r.ad.pds[id].present != 0; },
-        [&](int id) { return bgaRecord(r.ad.pds[id].bga, id); });
-}
-
-KRT_U8 pairedVdBga(Request &r)
-{
-    return listReply<_NVME_BGA_STATUS>(
-        r, kMaxVds, [&](int id) { return r.ad.vds[id].present != 0; },
-        [&](int id) { return bgaRecord(r.ad.vds[id].bga, id); });
-}
-
-constexpr Route kPaired[] = {
-    {KRT_CLASS_ADAPTER, 0, getAdapterInfo},  {KRT_CLASS_ADAPTER, 1, pairedGetConfig},
-    {KRT_CLASS_ADAPTER, 2, pairedSetConfig}, {KRT_CLASS_PD, 0, pairedPdList},
-    {KRT_CLASS_VD, 0, pairedVdList},         {KRT_CLASS_BGA, 1, pairedPdBga},
-    {KRT_CLASS_BGA, 2, pairedVdBga},         {KRT_CLASS_NS, 1, getVdNsPaired},
-};
-
-template <size_t N>
-KRT_U8 dispatch(const Route (&table)[N], Request &r)
-{
-    for (const Route &route : table)
-        if (route.cls == r.cls && route.sub == r.sub)
-            return route.handler(r);
+    for (std::span<const Route> table : tables)
+        for (const Route &route : table)
+            if (route.cls == r.cls && route.sub == r.sub)
+                return route.handler(r);
     return VS_NOT_SUPPORTED;
 }
 
@@ -503,13 +277,14 @@ KRT_U32 pairSend(SimState &st, SimAdapter &ad, const KRT_U32 (&cmd)[16], KRT_U8 
                       static_cast<KRT_U16>(head.cmd_length > 2 ? head.vendor_cmd[2] : 0),
                       data.subspan(KRT_PAIR_DATA_OFFSET, inLen),
                       std::span<KRT_U8>(reply).subspan(KRT_REPLY_DATA_OFFSET, kReplyData),
-                      fault.effect == FAULT_OVERLONG};
+                      fault.effect == FAULT_OVERLONG,
+                      clockMillis(st.clock)};
             // Class and sub-command must agree with the send command's CDW12.
             if (head.vendor_cmd[0] > 0xFF || head.vendor_cmd[1] > 0xFF ||
                 cmd[12] != ((static_cast<KRT_U32>(head.vendor_cmd[1]) << 16) | head.vendor_cmd[0]))
                 status = VS_INVALID_REQUEST;
             else
-                status = dispatch(kPaired, r);
+                status = dispatch({infoPairedRoutes()}, r);
         }
     }
     reply[4] = status;
@@ -534,6 +309,142 @@ KRT_U32 pairReceive(SimAdapter &ad, const KRT_U32 (&cmd)[16], KRT_U8 direction, 
     }
     applyEnvelopeFault(reply, fault);
     copyOut(reply, direction, data);
+    return 0;
+}
+
+// ---------------------------------------------------------------- logs
+
+// Adds a 64-bit counter into a 16-byte little-endian SMART field.
+void addCounter(Buffer &b, size_t offset, KRT_U64 value)
+{
+    KRT_U64 low = 0;
+    std::memcpy(&low, b.data() + offset, sizeof low);
+    low += value;
+    std::memcpy(b.data() + offset, &low, sizeof low);
+}
+
+// SMART / Health Information of one SSD, or of the controller summed over
+// its SSDs (worst warning, hottest temperature, most wear).
+void smartPage(const SimAdapter &ad, int onlyPd, Buffer &b)
+{
+    b.fill(0);
+    KRT_U16 temperature = 0;
+    for (int id = 0; id < kMaxPds; ++id) {
+        const SimPd &pd = ad.pds[id];
+        if (!pd.present || (onlyPd >= 0 && id != onlyPd))
+            continue;
+        b[0] |= pd.criticalWarning;
+        temperature = std::max(temperature, pd.temperature);
+        b[3] = 100;  // available spare
+        b[4] = 10;   // spare threshold
+        b[5] = std::max(b[5], pd.percentUsed);
+        addCounter(b, 32, pd.dataUnitsRead);
+        addCounter(b, 48, pd.dataUnitsWritten);
+        addCounter(b, 64, pd.dataUnitsRead * 3);
+        addCounter(b, 80, pd.dataUnitsWritten * 2);
+        addCounter(b, 96, pd.powerOnHours / 10);
+        addCounter(b, 112, pd.powerCycles);
+        addCounter(b, 128, pd.powerOnHours);
+        addCounter(b, 144, 2);
+        addCounter(b, 160, pd.mediaErrors);
+        addCounter(b, 176, pd.mediaErrors);
+        std::memcpy(b.data() + 200, &pd.temperature, 2);
+    }
+    std::memcpy(b.data() + 1, &temperature, 2);
+}
+
+KRT_U32 getLogPage(const SimAdapter &ad, const KRT_U32 (&cmd)[16], Buffer &b)
+{
+    const KRT_U32 logId = cmd[10] & 0xFF;
+    if (logId == 0x02) {
+        smartPage(ad, -1, b);
+        return 0;
+    }
+    if (logId == 0xC0) {  // the SPI data area
+        b.fill(0);
+        std::memcpy(b.data(), ad.spi, sizeof ad.spi);
+        return 0;
+    }
+    return SC_INVALID_LOG_PAGE;
+}
+
+KRT_U32 spiWrite(SimAdapter &ad, const KRT_U32 (&cmd)[16], std::span<const KRT_U8> data)
+{
+    if (cmd[12] != 0x08E0 || data.empty())
+        return SC_INVALID_FIELD;
+    std::memset(ad.spi, 0, sizeof ad.spi);
+    std::memcpy(ad.spi, data.data(), std::min(data.size(), sizeof ad.spi));
+    return 0;
+}
+
+// A command forwarded to a back-end SSD (data from the disk): CDW1 names
+// the disk, CDW14 carries the forwarded opcode.
+KRT_U32 diskCommand(const SimAdapter &ad, const KRT_U32 (&cmd)[16], Buffer &b)
+{
+    if (!pdExists(ad, cmd[1]))
+        return (SCT_VENDOR << 8) | VS_INVALID_HD;
+    const SimPd &pd = ad.pds[cmd[1]];
+    const KRT_U8 opcode = static_cast<KRT_U8>(cmd[14] & 0xFF);
+    b.fill(0);
+    if (opcode == NVME_ADMIN_GET_LOG_PAGE) {
+        if ((cmd[10] & 0xFF) != 0x02)
+            return SC_INVALID_LOG_PAGE;
+        smartPage(ad, static_cast<int>(cmd[1]), b);
+        return 0;
+    }
+    if (opcode == NVME_ADMIN_IDENTIFY && (cmd[10] & 0xFF) == NVME_CNS_CONTROLLER) {
+        std::memcpy(b.data() + NVME_ID_VID, pd.vid, 2);
+        std::memcpy(b.data() + NVME_ID_SSVID, pd.vid, 2);
+        std::memcpy(b.data() + NVME_ID_SN, pd.serial, sizeof pd.serial);
+        std::memcpy(b.data() + NVME_ID_MN, pd.model, sizeof pd.model);
+        std::memcpy(b.data() + NVME_ID_FR, pd.fw, sizeof pd.fw);
+        b[NVME_ID_CNTLID] = 1;
+        b[NVME_ID_FRMW] = 0x06;  // three slots
+        const KRT_U64 bytes = pd.lba * pd.sectorSize;
+        std::memcpy(b.data() + NVME_ID_TNVMCAP, &bytes, sizeof bytes);
+        b[516] = 1;  // NN
+        return 0;
+    }
+    if (opcode == NVME_ADMIN_IDENTIFY && (cmd[10] & 0xFF) == NVME_CNS_NAMESPACE) {
+        std::memcpy(b.data(), &pd.lba, 8);
+        std::memcpy(b.data() + 8, &pd.lba, 8);
+        std::memcpy(b.data() + 16, &pd.lba, 8);
+        b[128 + 2] = pd.sectorSize == 4096 ? 12 : 9;
+        return 0;
+    }
+    return SC_INVALID_OPCODE;
+}
+
+// Namespace Attachment: SEL 0 attaches, 1 detaches, for the controllers in
+// the list (this controller is the only one there is).
+KRT_U32 attachNamespace(SimAdapter &ad, const KRT_U32 (&cmd)[16], std::span<const KRT_U8> list, KRT_U64 now)
+{
+    SimNs *ns = nullptr;
+    for (SimNs &n : ad.ns)
+        if (n.nsid != 0 && n.nsid == cmd[1])
+            ns = &n;
+    if (ns == nullptr)
+        return SC_INVALID_NAMESPACE;
+    const KRT_U32 sel = cmd[10] & 0xF;
+    if (sel > 1 || list.size() < 4)
+        return SC_INVALID_FIELD;
+    KRT_U16 count = 0;
+    std::memcpy(&count, list.data(), 2);
+    if (count == 0 || count > (list.size() - 2) / 2)
+        return SC_CONTROLLER_LIST_INVALID;
+    for (KRT_U16 i = 0; i < count; ++i) {
+        KRT_U16 id = 0;
+        std::memcpy(&id, list.data() + 2 + 2 * i, 2);
+        if (id != ad.cntlid)
+            return SC_CONTROLLER_LIST_INVALID;
+    }
+    const bool attached = ns->status & KRT_NS_ACTIVE;
+    if (sel == 0 && attached)
+        return SC_NS_ALREADY_ATTACHED;
+    if (sel == 1 && !attached)
+        return SC_NS_NOT_ATTACHED;
+    ns->status = static_cast<KRT_U8>(sel == 0 ? ns->status | KRT_NS_ACTIVE : ns->status & ~KRT_NS_ACTIVE);
+    addEvent(ad, now, "NS %u %s", ns->nsid, sel == 0 ? "attached" : "detached");
     return 0;
 }
 
@@ -569,12 +480,34 @@ KRT_U32 executeAdmin(SimState &st, int index, const KRT_U32 (&cmd)[16], KRT_U8 d
                       0,
                       direction == XFER_TO_DEV ? std::span<const KRT_U8>(data) : std::span<const KRT_U8>(),
                       std::span<KRT_U8>(reply).subspan(KRT_REPLY_DATA_OFFSET, kReplyData),
-                      overlong};
-            reply[4] = dispatch(kDirect, r);
+                      overlong,
+                      clockMillis(st.clock)};
+            reply[4] = dispatch({infoDirectRoutes(), arrayDirectRoutes(), logDirectRoutes()}, r);
+            // A request that reads no reply learns its outcome from the
+            // completion: the vendor status as a vendor-specific status code.
+            if (reply[4] != VS_OK && (direction != XFER_FROM_DEV || data.empty()))
+                return (SCT_VENDOR << 8) | reply[4];
             applyEnvelopeFault(reply, fault);
             copyOut(reply, direction, data);
             return 0;
         }
+        case NVME_ADMIN_GET_LOG_PAGE: {
+            KRT_U32 status = getLogPage(ad, cmd, reply);
+            if (status == 0)
+                copyOut(reply, direction, data);
+            return status;
+        }
+        case NVME_ADMIN_NS_ATTACH:
+            return attachNamespace(ad, cmd, direction == XFER_TO_DEV ? data : std::span<KRT_U8>(),
+                                   clockMillis(st.clock));
+        case KRT_PD_CMD_FROM_DISK: {
+            KRT_U32 status = diskCommand(ad, cmd, reply);
+            if (status == 0)
+                copyOut(reply, direction, data);
+            return status;
+        }
+        case NVME_ADMIN_VENDOR_C7:
+            return spiWrite(ad, cmd, direction == XFER_TO_DEV ? data : std::span<KRT_U8>());
         case KRT_PAIR_SEND_WIRE:
             return pairSend(st, ad, cmd, direction, data, fault);
         case KRT_PAIR_RECEIVE_WIRE:

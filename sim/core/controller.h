@@ -43,7 +43,13 @@ enum VendorStatus : KRT_U8 {
     VS_NO_RESOURCE = 8,
 };
 
-// NVMe generic status codes the controller completes with.
+// NVMe status the controller completes with: (SCT << 8) + SC.
+constexpr KRT_U32 SCT_COMMAND_SPECIFIC = 1;
+constexpr KRT_U32 SCT_VENDOR = 7;
+constexpr KRT_U32 SC_NS_ALREADY_ATTACHED = 0x118;
+constexpr KRT_U32 SC_NS_NOT_ATTACHED = 0x11A;
+constexpr KRT_U32 SC_CONTROLLER_LIST_INVALID = 0x11C;
+constexpr KRT_U32 SC_INVALID_LOG_PAGE = 0x109;
 constexpr KRT_U32 SC_INVALID_OPCODE = 0x01;
 constexpr KRT_U32 SC_INVALID_FIELD = 0x02;
 constexpr KRT_U32 SC_INVALID_NAMESPACE = 0x0B;

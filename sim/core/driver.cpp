@@ -83,8 +83,7 @@ FaultAction takeFault(SimState &st, int adapter, const KRT_U32 (&cmd)[16])
     return {};
 }
 
-void logCommand(const std::string &statePath, const SimAdapter &ad, const usr_io &io, std::span<const KRT_U8> data,
-                KRT_U32 status)
+void logCommand(StateFile &file, const SimAdapter &ad, const usr_io &io, std::span<const KRT_U8> data, KRT_U32 status)
 {
     char line[512];
     int n = std::snprintf(line, sizeof line,
@@ -101,12 +100,11 @@ void logCommand(const std::string &statePath, const SimAdapter &ad, const usr_io
                            head.cmd_length, head.data_length);
     }
     n += std::snprintf(line + n, sizeof line - static_cast<size_t>(n), " status=0x%x\n", status);
-    int fd = ::open(logPathFor(statePath).c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    int fd = file.logFd();
     if (fd < 0)
         return;
     ssize_t written = ::write(fd, line, static_cast<size_t>(n));
     (void)written;  // a lost log line must not fail the command
-    ::close(fd);
 }
 
 int adminCommand(const Handle &h, usr_io &io)
@@ -127,7 +125,7 @@ int adminCommand(const Handle &h, usr_io &io)
     std::memset(io.comp, 0, sizeof io.comp);
     io.comp[3] = nvme_comp_dw3(status >> 8, status & 0xFF);
     io.status = status;
-    logCommand(file->path(), st.adapters[index], io, data, status);
+    logCommand(*file, st.adapters[index], io, data, status);
     return 0;
 }
 

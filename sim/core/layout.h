@@ -14,7 +14,7 @@ namespace krtsim {
 using KRT_S32 = std::int32_t;
 
 constexpr char kStateMagic[8] = {'K', 'R', 'T', 'S', 'I', 'M', 'S', 'T'};
-constexpr KRT_U32 kStateFormat = 3;
+constexpr KRT_U32 kStateFormat = 4;
 
 constexpr int kMaxAdapters = 64;  // the driver's adapter list holds no more
 constexpr int kMaxPds = 32;       // back-end SSD slots per controller
@@ -90,7 +90,8 @@ struct SimNs {
     KRT_U16 parent;
     KRT_U8 status;  // KRT_NS_VALID | KRT_NS_ACTIVE
     KRT_U8 lbaDataSize;
-    KRT_U16 reserved;
+    KRT_U8 shared;  // shared between controllers, else private
+    KRT_U8 reserved;
     KRT_U32 sectorSize;
     KRT_U32 reserved2;
     KRT_U64 lba;
@@ -124,7 +125,8 @@ struct SimAdapter {
     char fr[8];
     KRT_U8 subnqn[256];
     KRT_U8 eui64[8];
-    KRT_U8 reserved[64];
+    KRT_U32 spiLogCursor;  // where the next SPI log chunk starts
+    KRT_U8 reserved[60];
     _NVME_Adapter_Info info;
     _NVME_Adapter_Config config;
     char fwSlots[kFwSlots][8];

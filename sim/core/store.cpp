@@ -201,6 +201,15 @@ StateFile::~StateFile()
 {
     munmap(state_, sizeof(SimState));
     close(fd_);
+    if (logFd_ >= 0)
+        close(logFd_);
+}
+
+int StateFile::logFd()
+{
+    if (logFd_ < 0)
+        logFd_ = ::open(logPathFor(path_).c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    return logFd_;
 }
 
 bool StateFile::sameFile(const std::string &path) const

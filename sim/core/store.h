@@ -59,6 +59,10 @@ class StateFile {
     // Still the same file as the path names (not removed or replaced).
     bool sameFile(const std::string &path) const;
     const std::string &path() const { return path_; }
+    // The command log beside the state, opened for appending on first use
+    // and kept open (krtsim clears it by truncating in place); -1 when it
+    // cannot be opened.
+    int logFd();
 
   private:
     StateFile(std::string path, int fd, SimState *state, dev_t dev, ino_t ino);
@@ -68,6 +72,7 @@ class StateFile {
     SimState *state_;
     dev_t dev_;
     ino_t ino_;
+    int logFd_ = -1;
     std::mutex mutex_;
 };
 

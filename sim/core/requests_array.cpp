@@ -1,0 +1,419 @@
+// Requests that change the arrays: create and delete virtual disks, start
+// and stop background activities, make namespaces. Each checks what the
+// firmware checks and refuses with its vendor status codes.
+#include <algorithm>
+#include <bit>
+
+#include "fixture.h"
+#include "request.h"
+
+namespace krtsim {
+
+namespace {
+
+// Vendor status codes of refusals.
+enum : KRT_U8 {
+    VS_LD_NOT_REDUNDANT = 51,
+    VS_LD_FUNCTIONAL = 54,
+    VS_HD_ASSIGNED = 59,
+    VS_INVALID_RAID_MODE = 60,
+    VS_INVALID_HD_COUNT = 61,
+    VS_INVALID_SBS = 62,
+    VS_NO_AVAILABLE_ID = 63,
+    VS_SECTOR_SIZE_MISMATCH = 64,
+    VS_NS_CAP_OUT_OF_RANGE = 65,
+    VS_LD_HAS_BGA = 66,
+    VS_NO_BGA = 67,
+    VS_INVALID_BGA_ACTION = 68,
+    VS_REBUILD_TARGET_TOO_SMALL = 72,
+    VS_INVALID_NS_COUNT = 74,
+};
+
+// Background activity actions carried in CDW14 bits 16-23.
+constexpr KRT_U8 kBgaPause = 1;
+constexpr KRT_U8 kBgaResume = 2;
+constexpr KRT_U8 kBgaStop = 3;
+
+bool memberCountFits(KRT_U8 mode, int n)
+{
+    switch (mode) {
+        case KRT_RAID0:
+            return n >= 1;
+        case KRT_JBOD:
+            return n == 1;
+        case KRT_RAID1:
+            return n == 2;
+        case KRT_RAID5:
+            return n >= 3;
+        case KRT_RAID6:
+            return n >= 4;
+        case KRT_RAID10:
+            return n >= 4 && n % 2 == 0;
+        case KRT_RAID50:
+            return n >= 6 && n % 2 == 0;
+        case KRT_RAID60:
+            return n >= 8 && n % 2 == 0;
+        default:
+            return false;
+    }
+}
+
+// The adapter's SupportRAIDMode bit of a RAID mode code; 0 for unknown codes.
+KRT_U16 supportBit(KRT_U8 mode)
+{
+    switch (mode) {
+        case KRT_RAID0:
+            return 0x01;
+        case KRT_RAID1:
+            return 0x02;
+        case KRT_JBOD:
+            return 0x04;
+        case KRT_RAID10:
+            return 0x08;
+        case KRT_RAID5:
+            return 0x10;
+        case KRT_RAID50:
+            return 0x20;
+        case KRT_RAID6:
+            return 0x40;
+        case KRT_RAID60:
+            return 0x80;
+        default:
+            return 0;
+    }
+}
+
+bool redundant(KRT_U8 mode)
+{
+    return mode != KRT_RAID0 && mode != KRT_JBOD;
+}
+
+int freeNsSlots(const SimAdapter &ad)
+{
+    int n = 0;
+    for (const SimNs &ns : ad.ns)
+        n += ns.nsid == 0;
+    return n;
+}
+
+KRT_U8 nextNsid(const SimAdapter &ad)
+{
+    for (int id = 1; id < 256; ++id) {
+        bool used = false;
+        for (const SimNs &ns : ad.ns)
+            used |= ns.nsid == id;
+        if (!used)
+            return static_cast<KRT_U8>(id);
+    }
+    return 0;
+}
+
+// A new namespace, valid but not yet attached to the host.
+SimNs *addNamespace(SimAdapter &ad, KRT_U8 deviceType, KRT_U16 parent, KRT_U64 lba, KRT_U32 sectorSize)
+{
+    KRT_U8 nsid = nextNsid(ad);
+    for (SimNs &ns : ad.ns) {
+        if (ns.nsid != 0 || nsid == 0)
+            continue;
+        ns = SimNs{};
+        ns.nsid = nsid;
+        ns.deviceType = deviceType;
+        ns.parent = parent;
+        ns.status = KRT_NS_VALID;
+        ns.sectorSize = sectorSize;
+        ns.lbaDataSize = sectorSize == 4096 ? 12 : 9;
+        ns.lba = lba;
+        return &ns;
+    }
+    return nullptr;
+}
+
+void removeNamespaces(SimAdapter &ad, KRT_U8 deviceType, KRT_U16 parent)
+{
+    for (SimNs &ns : ad.ns)
+        if (ns.nsid != 0 && ns.deviceType == deviceType && ns.parent == parent)
+            ns = SimNs{};
+}
+
+void startBga(SimBga &bga, KRT_U8 type, KRT_U64 now)
+{
+    bga = SimBga{};
+    bga.type = type;
+    bga.status = KRT_NVME_BGA_STATUS_RUNNING;
+    bga.lastMillis = now;
+    bga.millisPerPercent = 1000;
+}
+
+bool bgaActive(const SimBga &bga)
+{
+    return bga.status != KRT_NVME_BGA_STATUS_NONE;
+}
+
+// CDW12 byte 2: stripe code (0 128K, 1 256K, 2 512K); byte 3: RAID mode;
+// CDW13: member bitmap; CDW14: namespaces to create (0: one).
+KRT_U8 createVd(Request &r)
+{
+    SimAdapter &ad = r.ad;
+    if (!ad.raid)
+        return VS_NOT_SUPPORTED;
+    const KRT_U8 stripe = static_cast<KRT_U8>(r.unit & 0xFF);
+    const KRT_U8 mode = static_cast<KRT_U8>(r.unit >> 8);
+    const int members = std::popcount(r.cdw13);
+    const int nsCount = (r.cdw14 & 0xFF) == 0 ? 1 : static_cast<int>(r.cdw14 & 0xFF);
+    if (stripe > 2)
+        return VS_INVALID_SBS;
+    if ((supportBit(mode) & ad.info.SupportRAIDMode) == 0)
+        return VS_INVALID_RAID_MODE;
+    if (members == 0 || members > ad.info.MaxPDPerVD || !memberCountFits(mode, members))
+        return VS_INVALID_HD_COUNT;
+    KRT_U64 minLba = ~0ull;
+    KRT_U32 sectorSize = 0;
+    for (int id = 0; id < 32; ++id) {
+        if (!(r.cdw13 & (1u << id)))
+            continue;
+        if (!pdExists(ad, static_cast<KRT_U32>(id)) || (ad.pds[id].status & KRT_PD_FAILED))
+            return VS_INVALID_HD;
+        const SimPd &pd = ad.pds[id];
+        if (pd.status & KRT_PD_ASSIGNED)
+            return VS_HD_ASSIGNED;
+        if (sectorSize != 0 && pd.sectorSize != sectorSize)
+            return VS_SECTOR_SIZE_MISMATCH;
+        sectorSize = pd.sectorSize;
+        minLba = std::min(minLba, pd.lba);
+    }
+    if (nsCount > ad.info.MaxNSPerVD && ad.info.MaxNSPerVD != 0)
+        return VS_INVALID_NS_COUNT;
+    if (nsCount > freeNsSlots(ad))
+        return VS_NO_RESOURCE;
+    int id = 0;
+    int vdCount = 0;
+    for (const SimVd &vd : ad.vds)
+        vdCount += vd.present;
+    while (id < kMaxVds && ad.vds[id].present)
+        ++id;
+    if (id >= kMaxVds || (ad.info.MaxVD != 0 && vdCount >= ad.info.MaxVD))
+        return VS_NO_AVAILABLE_ID;
+
+    SimVd &vd = ad.vds[id];
+    vd = SimVd{};
+    vd.present = 1;
+    vd.raidMode = mode;
+    vd.memberCount = static_cast<KRT_U8>(members);
+    int m = 0;
+    for (int pid = 0; pid < 32; ++pid) {
+        if (!(r.cdw13 & (1u << pid)))
+            continue;
+        vd.members[m++] = static_cast<KRT_U16>(pid);
+        ad.pds[pid].status |= KRT_PD_ASSIGNED;
+    }
+    vd.numParity = defaultParity(mode);
+    vd.stripBlocks = static_cast<KRT_U16>(256u << stripe);
+    vd.sectorSize = sectorSize;
+    vd.lba = raidCapacity(mode, members, minLba);
+    std::snprintf(reinterpret_cast<char *>(vd.name), sizeof vd.name, "VD_%d", id);
+    // Parity arrays initialise in the background before they are optimal.
+    if (vd.numParity > 0) {
+        vd.status = KRT_VD_INITIALIZATION;
+        startBga(vd.bga, KRT_BGA_INIT, r.now);
+    }
+    for (int i = 0; i < nsCount; ++i)
+        addNamespace(ad, 1, static_cast<KRT_U16>(id), vd.lba / static_cast<KRT_U64>(nsCount), sectorSize);
+    addEvent(ad, r.now, "VD %d created", id);
+    return VS_OK;
+}
+
+// CDW12 bytes 2-3: the VD id.
+KRT_U8 deleteVd(Request &r)
+{
+    SimAdapter &ad = r.ad;
+    const KRT_U16 id = r.unit;
+    if (!vdExists(ad, id))
+        return VS_INVALID_LD;
+    SimVd &vd = ad.vds[id];
+    for (int m = 0; m < vd.memberCount && m < KRT_VD_MAX_MEMBERS; ++m)
+        if (pdExists(ad, vd.members[m]))
+            ad.pds[vd.members[m]].status &= static_cast<KRT_U8>(~KRT_PD_ASSIGNED);
+    if (vd.bga.type == KRT_BGA_REBUILD && bgaActive(vd.bga) && pdExists(ad, vd.bga.target))
+        ad.pds[vd.bga.target].status &= static_cast<KRT_U8>(~KRT_PD_ASSIGNED);
+    removeNamespaces(ad, 1, id);
+    vd = SimVd{};
+    addEvent(ad, r.now, "VD %d deleted", id);
+    return VS_OK;
+}
+
+// CDW14 bits 0-15: VD id; bits 16-23: initialisation kind (1 quick, 2 full).
+KRT_U8 startInit(Request &r)
+{
+    const KRT_U32 id = r.cdw14 & 0xFFFF;
+    if (!vdExists(r.ad, id))
+        return VS_INVALID_LD;
+    SimVd &vd = r.ad.vds[id];
+    if (bgaActive(vd.bga))
+        return VS_LD_HAS_BGA;
+    KRT_U8 kind = static_cast<KRT_U8>((r.cdw14 >> 16) & 0xFF);
+    startBga(vd.bga, kind == KRT_BGA_INIT_FULL ? KRT_BGA_INIT_FULL : KRT_BGA_INIT, r.now);
+    vd.status = KRT_VD_INITIALIZATION;
+    addEvent(r.ad, r.now, "VD %u initialization started", id);
+    return VS_OK;
+}
+
+KRT_U8 startMediaPatrol(Request &r)
+{
+    const KRT_U32 id = r.cdw14 & 0xFFFF;
+    if (!vdExists(r.ad, id))
+        return VS_INVALID_LD;
+    SimVd &vd = r.ad.vds[id];
+    if (!redundant(vd.raidMode))
+        return VS_LD_NOT_REDUNDANT;
+    if (bgaActive(vd.bga))
+        return VS_LD_HAS_BGA;
+    startBga(vd.bga, KRT_BGA_MEDIA_PATROL, r.now);
+    addEvent(r.ad, r.now, "VD %u media patrol started", id);
+    return VS_OK;
+}
+
+// CDW14 bits 0-15: VD id; bits 16-31: the PD to rebuild onto.
+KRT_U8 startRebuild(Request &r)
+{
+    SimAdapter &ad = r.ad;
+    const KRT_U32 id = r.cdw14 & 0xFFFF;
+    const KRT_U32 pdId = r.cdw14 >> 16;
+    if (!vdExists(ad, id))
+        return VS_INVALID_LD;
+    SimVd &vd = ad.vds[id];
+    if (!redundant(vd.raidMode))
+        return VS_LD_NOT_REDUNDANT;
+    bool missing = false;
+    KRT_U64 memberLba = 0;
+    for (int m = 0; m < vd.memberCount && m < KRT_VD_MAX_MEMBERS; ++m) {
+        if (vd.members[m] == KRT_PD_MISSING)
+            missing = true;
+        else if (pdExists(ad, vd.members[m]))
+            memberLba = std::max(memberLba, ad.pds[vd.members[m]].lba);
+    }
+    if (!missing)
+        return VS_LD_FUNCTIONAL;
+    if (bgaActive(vd.bga))
+        return VS_LD_HAS_BGA;
+    if (!pdExists(ad, pdId) || (ad.pds[pdId].status & KRT_PD_FAILED))
+        return VS_INVALID_HD;
+    SimPd &pd = ad.pds[pdId];
+    if (pd.status & KRT_PD_ASSIGNED)
+        return VS_HD_ASSIGNED;
+    if (pd.lba < memberLba)
+        return VS_REBUILD_TARGET_TOO_SMALL;
+    startBga(vd.bga, KRT_BGA_REBUILD, r.now);
+    vd.bga.target = static_cast<KRT_U8>(pdId);
+    vd.status = KRT_VD_REBUILDING;
+    pd.status |= KRT_PD_ASSIGNED;
+    addEvent(ad, r.now, "VD %u rebuild onto PD %u started", id, pdId);
+    return VS_OK;
+}
+
+// CDW14 bits 0-15: VD id; bits 16-23: 3 stop, 1 pause, 2 resume.
+KRT_U8 controlBga(Request &r)
+{
+    SimAdapter &ad = r.ad;
+    const KRT_U32 id = r.cdw14 & 0xFFFF;
+    const KRT_U8 action = static_cast<KRT_U8>((r.cdw14 >> 16) & 0xFF);
+    if (!vdExists(ad, id))
+        return VS_INVALID_LD;
+    SimVd &vd = ad.vds[id];
+    if (!bgaActive(vd.bga))
+        return VS_NO_BGA;
+    if (action == kBgaPause || action == kBgaResume) {
+        vd.bga.status = action == kBgaPause ? KRT_NVME_BGA_STATUS_PAUSE : KRT_NVME_BGA_STATUS_RUNNING;
+        vd.bga.lastMillis = r.now;
+        return VS_OK;
+    }
+    if (action != kBgaStop)
+        return VS_INVALID_BGA_ACTION;
+    const KRT_U8 type = vd.bga.type;
+    if (type == KRT_BGA_REBUILD) {
+        if (pdExists(ad, vd.bga.target))
+            ad.pds[vd.bga.target].status &= static_cast<KRT_U8>(~KRT_PD_ASSIGNED);
+        vd.status = KRT_VD_DEGRADE;
+    } else if (type == KRT_BGA_INIT || type == KRT_BGA_INIT_FULL) {
+        vd.status = KRT_VD_FUNCTIONAL;
+    }
+    vd.bga = SimBga{};
+    addEvent(ad, r.now, "VD %u background activity stopped", id);
+    return VS_OK;
+}
+
+// JBOF: CDW12 byte 2 the PD id, CDW14 the number of namespaces to cut it in
+// (its earlier namespaces go).
+KRT_U8 initNamespaces(Request &r)
+{
+    SimAdapter &ad = r.ad;
+    if (ad.raid)
+        return VS_NOT_SUPPORTED;
+    const KRT_U32 pdId = r.unit & 0xFF;
+    const int count = static_cast<int>(r.cdw14 & 0xFF);
+    if (!pdExists(ad, pdId))
+        return VS_INVALID_HD;
+    if (count == 0 || (ad.info.MaxNSPerVD != 0 && count > ad.info.MaxNSPerVD))
+        return VS_INVALID_NS_COUNT;
+    int existing = 0;
+    for (const SimNs &ns : ad.ns)
+        existing += ns.nsid != 0 && ns.deviceType == 0 && ns.parent == pdId;
+    if (count > freeNsSlots(ad) + existing)
+        return VS_NO_RESOURCE;
+    removeNamespaces(ad, 0, static_cast<KRT_U16>(pdId));
+    const SimPd &pd = ad.pds[pdId];
+    for (int i = 0; i < count; ++i)
+        addNamespace(ad, 0, static_cast<KRT_U16>(pdId), pd.lba / static_cast<KRT_U64>(count), pd.sectorSize);
+    addEvent(ad, r.now, "PD %u namespaces initialized", pdId);
+    return VS_OK;
+}
+
+// CDW12 byte 2 the namespace id; CDW14 1 shares it, else private.
+KRT_U8 shareNamespace(Request &r)
+{
+    for (SimNs &ns : r.ad.ns) {
+        if (ns.nsid == 0 || ns.nsid != (r.unit & 0xFF))
+            continue;
+        ns.shared = r.cdw14 == 1;
+        return VS_OK;
+    }
+    return VS_INVALID_PARAMETER;
+}
+
+// CDW12 byte 2 the PD id plus 1, byte 3 the controller id; CDW13/CDW14 the
+// size in sectors.
+KRT_U8 createNamespace(Request &r)
+{
+    SimAdapter &ad = r.ad;
+    const KRT_U32 byte2 = r.unit & 0xFF;
+    if (byte2 == 0 || !pdExists(ad, byte2 - 1))
+        return VS_INVALID_HD;
+    const KRT_U32 pdId = byte2 - 1;
+    const KRT_U64 size = (static_cast<KRT_U64>(r.cdw14) << 32) | r.cdw13;
+    const SimPd &pd = ad.pds[pdId];
+    KRT_U64 used = 0;
+    for (const SimNs &ns : ad.ns)
+        if (ns.nsid != 0 && ns.deviceType == 0 && ns.parent == pdId)
+            used += ns.lba;
+    if (size == 0 || used > pd.lba || size > pd.lba - used)
+        return VS_NS_CAP_OUT_OF_RANGE;
+    SimNs *ns = addNamespace(ad, 0, static_cast<KRT_U16>(pdId), size, pd.sectorSize);
+    if (ns == nullptr)
+        return VS_NO_RESOURCE;
+    addEvent(ad, r.now, "NS %u created on PD %u", ns->nsid, pdId);
+    return VS_OK;
+}
+
+constexpr Route kArrayDirect[] = {
+    {KRT_CLASS_VD, 3, createVd},       {KRT_CLASS_VD, 4, deleteVd},       {KRT_CLASS_BGA, 4, controlBga},
+    {KRT_CLASS_BGA, 6, startInit},     {KRT_CLASS_BGA, 7, startRebuild},  {KRT_CLASS_BGA, 0x0A, startMediaPatrol},
+    {KRT_CLASS_NS, 2, initNamespaces}, {KRT_CLASS_NS, 3, shareNamespace}, {KRT_CLASS_NS, 4, createNamespace},
+};
+
+}  // namespace
+
+std::span<const Route> arrayDirectRoutes()
+{
+    return kArrayDirect;
+}
+
+}  // namespace krtsim
