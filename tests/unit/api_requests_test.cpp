@@ -163,6 +163,7 @@ TEST_F(Api, ClassFormRequests)
     _NVME_Migrate mg{};
     _NVME_NS_Info ns[2];
     KRT_U8 small[8] = {};
+    KRT_U8 preCreate[KRT_PRECREATE_VD_SIZE] = {};
 
     struct Case {
         const char *name;
@@ -187,7 +188,7 @@ TEST_F(Api, ClassFormRequests)
         {"VD_GetInfo", [&] { return KRT_VD_GetInfo(0, buf.data()); }, 226, 0, -1, 16},
         {"VD_GetConfig", [&] { return KRT_VD_GetConfig(0, buf.data()); }, 226, 1, -1, 16},
         {"VD_SetConfig", [&] { return KRT_VD_SetConfig(0, buf.data()); }, 226, 2, -1, 16 + 48},
-        {"VD_QuerySize", [&] { return KRT_VD_QuerySize(0, buf.data(), small); }, 226, 3, -1, 624},
+        {"VD_QuerySize", [&] { return KRT_VD_QuerySize(0, buf.data(), preCreate); }, 226, 3, -1, 624},
         {"VD_Import", [&] { return KRT_VD_Import(0, head); }, 226, 6, -1, 16},
         {"PD_GetBGAStatus", [&] { return KRT_PD_GetBGAStatus(0, buf.data()); }, 227, 1, -1, 16},
         {"VD_GetBGAStatus", [&] { return KRT_VD_GetBGAStatus(0, buf.data()); }, 227, 2, -1, 16},
