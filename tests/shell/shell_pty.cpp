@@ -5,6 +5,7 @@
 #include <pty.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -58,7 +59,18 @@ class Terminal {
 
     bool started() const { return pid_ > 0 && master_ >= 0; }
 
-    void type(const std::string &keys) { ASSERT_EQ(write(master_, keys.data(), keys.size()), ssize_t(keys.size())); }
+    // Types keys once the line editor has the terminal: keys typed while it
+    // is still in line mode would be read by the terminal's own line
+    // discipline (Ctrl-D as end of file) instead of by the editor.
+    void type(const std::string &keys)
+    {
+        const auto deadline = Clock::now() + kTimeout;
+        termios mode{};
+        while (tcgetattr(master_, &mode) == 0 && (mode.c_lflag & ICANON) != 0 && Clock::now() < deadline) {
+            readSome(Clock::now() + std::chrono::milliseconds(10));
+        }
+        ASSERT_EQ(write(master_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+    }
 
     // Waits until `text` appears in the output after the read position, and
     // moves the position past it.
