@@ -183,7 +183,8 @@ void copyOut(const Buffer &reply, KRT_U8 direction, std::span<KRT_U8> data)
 {
     if (direction != XFER_FROM_DEV)
         return;
-    std::memcpy(data.data(), reply.data(), std::min(data.size(), reply.size()));
+    if (!data.empty())
+        std::memcpy(data.data(), reply.data(), std::min(data.size(), reply.size()));
 }
 
 // ---------------------------------------------------------------- identify

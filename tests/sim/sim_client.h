@@ -114,7 +114,8 @@ class SimClient {
         for (size_t i = 0; i < words.size() && i < 4; ++i)
             head.vendor_cmd[i] = words[i];
         std::memcpy(request.data(), &head, KRT_PAIR_DATA_OFFSET);
-        std::memcpy(request.data() + KRT_PAIR_DATA_OFFSET, input.data(), input.size());
+        if (!input.empty())
+            std::memcpy(request.data() + KRT_PAIR_DATA_OFFSET, input.data(), input.size());
         std::array<KRT_U32, 16> send{};
         send[0] = KRT_PAIR_SEND_WIRE;
         send[10] = KRT_PAIR_CDW10;
