@@ -59,6 +59,19 @@ TEST(StartupWithController, MarkedOutputWordReachesTheDispatcher)
     EXPECT_EQ(krt_test::readFile(file), "Invalid command '-\x01utput'!\n");
 }
 
+TEST(StartupWithController, CommandOutputIsAppendedToTheOutputFile)
+{
+    krt_test::SimMachine machine("raid");
+    const std::string file = machine.dir().file("report.txt");
+    krt_test::writeFile(file, "header\n");
+    const auto r = machine.cli({"info", "-o", "hba", "-Output", file});
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_EQ(r.out, "");
+    const std::string report = krt_test::readFile(file);
+    EXPECT_EQ(report.rfind("header\n", 0), 0u);
+    EXPECT_NE(report.find("Firmware Version:"), std::string::npos) << report;
+}
+
 TEST(StartupWithController, VendorIdWords)
 {
     krt_test::SimMachine machine("raid");
