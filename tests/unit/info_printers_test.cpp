@@ -481,4 +481,29 @@ TEST_F(InfoPrinters, OneBaseMemberAtTheTopOfTheRange)
     EXPECT_TRUE(has(out.text(), "PDs:                 65535 ? \n"));
 }
 
+// With no controller registered every request fails locally.
+TEST(InfoWithoutController, ListingsAndLookupsReportTheirFailure)
+{
+    struct Case {
+        void (*call)();
+        const char *out;
+    };
+    const Case cases[] = {
+        {[] { getAdapterInfoSA(0); }, "\nUnable to get info of NVMe Controller\n"},
+        {[] { getAdapterInfoSA(KRT_ALL_IDS); }, "Total # of HBA:      0\n\n"},
+        {[] { getHDInfoSA(KRT_ALL_IDS); }, "\nNo physical disk is found.\n"},
+        {[] { getHDInfoSA(3); }, "\nUnable to get info of PD\n"},
+        {[] { getLDInfoSA(KRT_ALL_IDS); }, "\nNo virtual disk is found.\n"},
+        {[] { getLDInfoSA(0); }, "\nUnable to get info of VD\n"},
+        {[] { getNSInfoSA(KRT_ALL_IDS); }, "Get MaxNS from adapter info fail.\n"},
+        {[] { getNSInfoOfVDSA(KRT_ALL_IDS, 0); }, "\nUnable to get info of VD\n"},
+        {[] { EXPECT_EQ(get_hostID(0), 0); }, "\nFailed to get controller.\n"},
+    };
+    for (const Case &c : cases) {
+        Capture out;
+        c.call();
+        EXPECT_EQ(out.text(), c.out);
+    }
+}
+
 }  // namespace
