@@ -279,7 +279,8 @@ KRT_U32 pairSend(SimState &st, SimAdapter &ad, const KRT_U32 (&cmd)[16], KRT_U8 
                       data.subspan(KRT_PAIR_DATA_OFFSET, inLen),
                       std::span<KRT_U8>(reply).subspan(KRT_REPLY_DATA_OFFSET, kReplyData),
                       fault.effect == FAULT_OVERLONG,
-                      clockMillis(st.clock)};
+                      clockMillis(st.clock),
+                      0};
             // Class and sub-command must agree with the send command's CDW12.
             if (head.vendor_cmd[0] > 0xFF || head.vendor_cmd[1] > 0xFF ||
                 cmd[12] != ((static_cast<KRT_U32>(head.vendor_cmd[1]) << 16) | head.vendor_cmd[0]))
@@ -361,6 +362,11 @@ KRT_U32 getLogPage(const SimAdapter &ad, const KRT_U32 (&cmd)[16], Buffer &b)
         smartPage(ad, -1, b);
         return 0;
     }
+    if (logId == 0x03) {
+        b.fill(0);
+        adapterFwSlotLog(ad, b);
+        return 0;
+    }
     if (logId == 0xC0) {  // the SPI data area
         b.fill(0);
         std::memcpy(b.data(), ad.spi, sizeof ad.spi);
@@ -388,6 +394,10 @@ KRT_U32 diskCommand(const SimAdapter &ad, const KRT_U32 (&cmd)[16], Buffer &b)
     const KRT_U8 opcode = static_cast<KRT_U8>(cmd[14] & 0xFF);
     b.fill(0);
     if (opcode == NVME_ADMIN_GET_LOG_PAGE) {
+        if ((cmd[10] & 0xFF) == 0x03) {
+            pdFwSlotLog(pd, b);
+            return 0;
+        }
         if ((cmd[10] & 0xFF) != 0x02)
             return SC_INVALID_LOG_PAGE;
         smartPage(ad, static_cast<int>(cmd[1]), b);
@@ -482,8 +492,10 @@ KRT_U32 executeAdmin(SimState &st, int index, const KRT_U32 (&cmd)[16], KRT_U8 d
                       direction == XFER_TO_DEV ? std::span<const KRT_U8>(data) : std::span<const KRT_U8>(),
                       std::span<KRT_U8>(reply).subspan(KRT_REPLY_DATA_OFFSET, kReplyData),
                       overlong,
-                      clockMillis(st.clock)};
-            reply[4] = dispatch({infoDirectRoutes(), arrayDirectRoutes(), logDirectRoutes()}, r);
+                      clockMillis(st.clock),
+                      cmd[15]};
+            reply[4] =
+                dispatch({infoDirectRoutes(), arrayDirectRoutes(), logDirectRoutes(), maintenanceDirectRoutes()}, r);
             // A request that reads no reply learns its outcome from the
             // completion: the vendor status as a vendor-specific status code.
             if (reply[4] != VS_OK && (direction != XFER_FROM_DEV || data.empty()))
@@ -507,6 +519,13 @@ KRT_U32 executeAdmin(SimState &st, int index, const KRT_U32 (&cmd)[16], KRT_U8 d
                 copyOut(reply, direction, data);
             return status;
         }
+        case NVME_ADMIN_FW_DOWNLOAD:
+            return adapterFwDownload(ad, cmd, direction == XFER_TO_DEV ? data : std::span<KRT_U8>());
+        case NVME_ADMIN_FW_COMMIT:
+            return adapterFwCommit(ad, cmd, clockMillis(st.clock));
+        case KRT_PD_CMD_TO_DISK:
+            return diskCommandToDisk(ad, cmd, direction == XFER_TO_DEV ? data : std::span<KRT_U8>(),
+                                     clockMillis(st.clock));
         case NVME_ADMIN_VENDOR_C7:
             return spiWrite(ad, cmd, direction == XFER_TO_DEV ? data : std::span<KRT_U8>());
         case KRT_PAIR_SEND_WIRE:

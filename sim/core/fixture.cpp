@@ -303,6 +303,8 @@ void buildPd(const json &p, SimPd &pd, int adapterIdx, int id, const std::string
     std::string fw = stringOr(p, "fw", "1.0.3", where);
     putZeroed(pd.fwSlots[0], fw);
     pd.activeSlot = 1;
+    const KRT_U16 vid = static_cast<KRT_U16>(numberOr(p, "vid", KRT_PCI_VENDOR_ID, where, 0xFFFF));
+    std::memcpy(pd.vid, &vid, sizeof vid);
     pd.status = 0;
     if (boolOr(p, "failed", false, where))
         pd.status |= KRT_PD_FAILED;

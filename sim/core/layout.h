@@ -14,7 +14,7 @@ namespace krtsim {
 using KRT_S32 = std::int32_t;
 
 constexpr char kStateMagic[8] = {'K', 'R', 'T', 'S', 'I', 'M', 'S', 'T'};
-constexpr KRT_U32 kStateFormat = 4;
+constexpr KRT_U32 kStateFormat = 5;
 
 constexpr int kMaxAdapters = 64;  // the driver's adapter list holds no more
 constexpr int kMaxPds = 32;       // back-end SSD slots per controller
@@ -26,6 +26,17 @@ constexpr int kFwSlots = 7;
 constexpr int kSpiSize = 4096;
 constexpr int kSpiLogSize = 4096;
 constexpr int kBufferSize = 4096;
+
+// A firmware image being downloaded: the controller keeps its length, a
+// running CRC and word sum, and the version text found in it, not the bytes.
+struct SimFwStage {
+    KRT_U32 bytes;    // contiguous bytes received from offset 0
+    KRT_U32 crc;      // running CRC-32 (reflected 0xEDB88320, seed ~0, not inverted)
+    KRT_U32 wordSum;  // wrapping sum of the image's 32-bit words
+    KRT_U8 broken;    // a chunk arrived out of order
+    KRT_U8 reserved[3];
+    char version[16];  // text after "KRTFW:" in the image, if any
+};
 
 // Progress is kept in thousandths of a percent so that slow activities still
 // move on a one-second clock.
@@ -53,7 +64,7 @@ struct SimPd {
     char model[40];
     char serial[20];
     char fw[8];
-    KRT_U8 vid[2];
+    KRT_U8 reserved0[2];
     KRT_U8 criticalWarning;  // SMART critical warning byte
     KRT_U8 percentUsed;
     KRT_U64 powerOnHours;
@@ -63,7 +74,12 @@ struct SimPd {
     KRT_U64 dataUnitsWritten;
     char fwSlots[kFwSlots][8];
     KRT_U8 activeSlot;  // 1-based
-    KRT_U8 reserved[31];
+    KRT_U8 nextSlot;    // activated at the next reset, 0: none
+    KRT_U8 vid[2];
+    KRT_U32 resets;  // slot resets and power cycles seen
+    KRT_U8 led;      // locate LED action last set
+    KRT_U8 reserved[23];
+    SimFwStage stage;
     SimBga bga;  // media patrol of this disk
 };
 
@@ -126,7 +142,11 @@ struct SimAdapter {
     KRT_U8 subnqn[256];
     KRT_U8 eui64[8];
     KRT_U32 spiLogCursor;  // where the next SPI log chunk starts
-    KRT_U8 reserved[60];
+    KRT_U8 nextFwSlot;     // activated at the next reset, 0: none
+    KRT_U8 gpioInverse;
+    KRT_U8 adapterLed;
+    KRT_U8 reserved[57];
+    SimFwStage fwStage;
     _NVME_Adapter_Info info;
     _NVME_Adapter_Config config;
     char fwSlots[kFwSlots][8];

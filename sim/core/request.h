@@ -43,7 +43,8 @@ struct Request {
     std::span<const KRT_U8> in;
     std::span<KRT_U8> out;  // reply data, after the envelope head
     bool overlong;
-    KRT_U64 now;  // clock, milliseconds
+    KRT_U64 now;    // clock, milliseconds
+    KRT_U32 cdw15;  // direct only
 };
 
 // A handler answers with the envelope's status byte (VendorStatus).
@@ -61,6 +62,15 @@ std::span<const Route> infoDirectRoutes();
 std::span<const Route> infoPairedRoutes();
 std::span<const Route> arrayDirectRoutes();
 std::span<const Route> logDirectRoutes();
+std::span<const Route> maintenanceDirectRoutes();
+
+// Firmware of the controller and of its SSDs.
+KRT_U32 adapterFwDownload(SimAdapter &ad, const KRT_U32 (&cmd)[16], std::span<const KRT_U8> data);
+KRT_U32 adapterFwCommit(SimAdapter &ad, const KRT_U32 (&cmd)[16], KRT_U64 now);
+void adapterFwSlotLog(const SimAdapter &ad, std::span<KRT_U8> out);
+void pdFwSlotLog(const SimPd &pd, std::span<KRT_U8> out);
+// A command forwarded to an SSD with data to it, or none (opcode 0xC3).
+KRT_U32 diskCommandToDisk(SimAdapter &ad, const KRT_U32 (&cmd)[16], std::span<const KRT_U8> data, KRT_U64 now);
 
 inline bool pdExists(const SimAdapter &ad, KRT_U32 id)
 {
