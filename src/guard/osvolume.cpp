@@ -283,8 +283,10 @@ void os_vol_scan(const char *root)
     for (KRT_U16 i = 0; i < registry->getDeviceCount(); ++i) {
         Device *dev = registry->getDevice(i);
         for (const OsVolume &vol : volumes) {
-            if (!vol.bdf.empty() && vol.nsid != 0 && vol.bdf == dev->bus_dev_fun) {
-                gOsNamespaces.emplace_back(i, vol.nsid);
+            if (!vol.bdf.empty()) {
+                // The PCI address settles it: no need to ask any controller.
+                if (vol.nsid != 0 && vol.bdf == dev->bus_dev_fun)
+                    gOsNamespaces.emplace_back(i, vol.nsid);
             } else if (vol.hasEui64 || vol.hasNguid) {
                 matchByIdentifier(i, dev->getNVMEDevice(), vol);
             }

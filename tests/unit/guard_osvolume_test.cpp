@@ -188,6 +188,15 @@ TEST_F(Guard, NoOsVolumeOnTheControllerAsksNothing)
     os_vol_scan(t.path().c_str());
     EXPECT_EQ(KRT_VD_Has_OS(0, 0, 32), 0);
     EXPECT_TRUE(fake::driver().requests.empty());
+
+    // The system disk sits on another PCI function: its identifiers are not
+    // looked for on this controller.
+    TempTree other;
+    linuxHost(other);
+    registry()->getDevice(0)->bus_dev_fun[1] = 'b';
+    os_vol_scan(other.path().c_str());
+    EXPECT_FALSE(os_vol_on_namespace(0, 1));
+    EXPECT_TRUE(fake::driver().requests.empty());
 }
 
 TEST_F(Guard, IdentifierMatchProbesNamespaces)
