@@ -170,7 +170,8 @@ KRT_U16 get_hostID(KRT_U16 index)
 
 int getTotoalPDCnt(KRT_U16 index, const _NVME_Adapter_Info &info)
 {
-    // A JBOF controller numbers its disks by namespace slot.
+    // RAID controllers are probed up to MaxPD, JBOF controllers up to their
+    // per-parent namespace limit.
     int probes = adapterIsRaid(info) ? info.MaxPD : info.MaxNSPerVD;
     int found = 0;
     for (int id = 0; id < probes; ++id) {
