@@ -325,15 +325,15 @@ void addCounter(Buffer &b, size_t offset, KRT_U64 value)
     std::memcpy(b.data() + offset, &low, sizeof low);
 }
 
-// SMART / Health Information of one SSD, or of the controller summed over
-// its SSDs (worst warning, hottest temperature, most wear).
-void smartPage(const SimAdapter &ad, int onlyPd, Buffer &b)
+// SMART / Health Information of the SSDs in a mask (bit n: PD n), summed:
+// worst warning, hottest temperature, most wear.
+void smartOfDisks(const SimAdapter &ad, KRT_U32 mask, Buffer &b)
 {
     b.fill(0);
     KRT_U16 temperature = 0;
     for (int id = 0; id < kMaxPds; ++id) {
         const SimPd &pd = ad.pds[id];
-        if (!pd.present || (onlyPd >= 0 && id != onlyPd))
+        if (!pd.present || !(mask & (1u << id)))
             continue;
         b[0] |= pd.criticalWarning;
         temperature = std::max(temperature, pd.temperature);
@@ -353,6 +353,34 @@ void smartPage(const SimAdapter &ad, int onlyPd, Buffer &b)
         std::memcpy(b.data() + 200, &pd.temperature, 2);
     }
     std::memcpy(b.data() + 1, &temperature, 2);
+}
+
+// One SSD, or the whole controller (onlyPd < 0).
+void smartPage(const SimAdapter &ad, int onlyPd, Buffer &b)
+{
+    smartOfDisks(ad, onlyPd < 0 ? ~0u : 1u << onlyPd, b);
+}
+
+// The SMART log of a namespace (0xE2 with CDW12 = NSID << 16 | 0x08E5):
+// that of the disks under it, as a bare 512-byte page.
+KRT_U32 namespaceSmart(const SimAdapter &ad, KRT_U32 nsid, Buffer &b)
+{
+    for (const SimNs &ns : ad.ns) {
+        if (ns.nsid == 0 || ns.nsid != nsid)
+            continue;
+        KRT_U32 mask = 0;
+        if (ns.deviceType == 0) {
+            mask = 1u << (ns.parent % 32);
+        } else if (vdExists(ad, ns.parent)) {
+            const SimVd &vd = ad.vds[ns.parent];
+            for (int m = 0; m < vd.memberCount && m < KRT_VD_MAX_MEMBERS; ++m)
+                if (vd.members[m] < kMaxPds)
+                    mask |= 1u << vd.members[m];
+        }
+        smartOfDisks(ad, mask, b);
+        return 0;
+    }
+    return SC_INVALID_NAMESPACE;
 }
 
 KRT_U32 getLogPage(const SimAdapter &ad, const KRT_U32 (&cmd)[16], Buffer &b)
@@ -480,6 +508,12 @@ KRT_U32 executeAdmin(SimState &st, int index, const KRT_U32 (&cmd)[16], KRT_U8 d
             return status;
         }
         case KRT_VENDOR_OPCODE: {
+            if ((cmd[12] & 0xFFFF) == 0x08E5) {
+                KRT_U32 status = namespaceSmart(ad, cmd[12] >> 16, reply);
+                if (status == 0)
+                    copyOut(reply, direction, data);
+                return status;
+            }
             startReply(reply);
             Request r{st,
                       ad,

@@ -275,6 +275,20 @@ TEST(SimLogs, SmartOfTheControllerAndOfEachDisk)
         }
     }
 
+    // A namespace reports the disks under it.
+    std::array<KRT_U32, 16> nsQuery{};
+    nsQuery[0] = KRT_VENDOR_OPCODE;
+    nsQuery[9] = 512;
+    nsQuery[10] = 127;
+    const std::pair<KRT_U32, KRT_U32> namespaces[] = {{1, 0}, {3, 1}, {99, 0xEE}};
+    for (const auto &[nsid, warning] : namespaces) {
+        nsQuery[12] = nsid << 16 | 0x08E5;
+        smart.fill(0xEE);
+        auto r = m.client().admin(kSig, nsQuery, XFER_FROM_DEV, smart.data(), smart.size());
+        EXPECT_EQ(r.compStatus, nsid == 99 ? 0x0Bu : 0u);
+        EXPECT_EQ(smart[0], warning) << nsid;
+    }
+
     // The disk's own Identify, forwarded the same way.
     std::array<KRT_U8, 4096> id{};
     disk[1] = 2;
