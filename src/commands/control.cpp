@@ -37,7 +37,7 @@ const char led_help[] =
     "Options:\n"
     "  -o, --object <object>   ep or rc; required.\n"
     "  -i, --id <ID>           slot ID; required.\n"
-    "  -a, --action <action>   on, off, sb (slow blink) or qb (quick blink); required.\n"
+    "  -a, --action <action>   on, off, sb or qb; required.\n"
     "  -h, --help              show this help.\n"
     "\n"
     "Example:\n"

@@ -10,8 +10,8 @@
     "  " name                                                                     \
     " [options]\n"                                                                \
     "\n"                                                                          \
-    "  This command is reserved for factory and field-service use. Its options\n" \
-    "  are not described here; run it only as instructed by field service.\n"     \
+    "  This command is reserved for factory and field-service use; its options\n" \
+    "  are not described here.\n"                                                 \
     "\n"                                                                          \
     "Options:\n"                                                                  \
     "  -h, --help   show this help.\n"                                            \
