@@ -44,9 +44,10 @@ TEST(StartupWithController, ControllerNumberMustBeBelowTheCount)
 TEST(StartupWithController, SecondControllerIsSelectedByNumber)
 {
     krt_test::SimMachine machine("multi");
-    const auto r = machine.cli({"1"}, withInput("exit\n"));
+    const auto r = machine.cli({"1"}, withInput("adapter --list\nexit\n"));
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out.rfind(kBanner, 0), 0u) << r.out;
+    EXPECT_NE(r.out.find("Current default NVMe Controller ID for CLI commands: 1\n"), std::string::npos) << r.out;
 }
 
 TEST(StartupWithController, MarkedOutputWordReachesTheDispatcher)
