@@ -250,17 +250,6 @@ TEST_F(Api, VdChangesRunTheHooksOnlyAfterSuccess)
     EXPECT_EQ(requests().size(), 2u) << "no hook after a failed request";
 }
 
-TEST_F(Api, RegistryQuestions)
-{
-    EXPECT_STREQ(KRT_Adapter_GetDevicePath(1), "vmhba2");
-    EXPECT_STREQ(KRT_Adapter_GetDeviceFun(0), "00:00.00");
-    EXPECT_EQ(KRT_Adapter_GetSlotID(0), -1);
-    EXPECT_EQ(KRT_Adapter_GetOneBaseMode(), 0);
-    EXPECT_EQ(KRT_IsSysDenied(), 0);
-    KRT_U16 *vid = KRT_Adapter_GetDeviceVID();
-    EXPECT_EQ(vid, &gVIDFormCLI);
-}
-
 TEST_F(Api, FlashHandOffAndResult)
 {
     _NVME_Flash_Result result{};

@@ -105,12 +105,4 @@ TEST(KRTLock, WaitGivesUpAfterTheDeadline)
     sem_unlink(name.c_str());
 }
 
-TEST(KRTLock, WithoutSemaphoreDoesNothing)
-{
-    KRTLock lock;
-    lock.lock();
-    lock.unlock();
-    SUCCEED();
-}
-
 }  // namespace
