@@ -140,9 +140,9 @@ void findLinux(const fs::path &root, std::vector<OsVolume> &out)
     describeBlockDevice(dir, vol, out, 0);
 }
 
-// ESXi keeps the boot bank as a link into the volume of the boot device;
+// The hypervisor host keeps its boot bank as a link into the volume of the boot device;
 // when the chain names the device ("eui.<hex>"), that identifies the namespace.
-void findEsxi(const fs::path &root, std::vector<OsVolume> &out)
+void findBootBank(const fs::path &root, std::vector<OsVolume> &out)
 {
     std::error_code ec;
     fs::path link = root / "bootbank";
@@ -269,7 +269,7 @@ std::vector<OsVolume> os_vol_find(const std::string &root)
     const fs::path base = root.empty() ? fs::path("/") : fs::path(root);
     findLinux(base, out);
     if (out.empty())
-        findEsxi(base, out);
+        findBootBank(base, out);
     return out;
 }
 

@@ -22,7 +22,7 @@ struct OsVolume {
 
 // Looks for the boot volume under root ("/" on a live host): on Linux the
 // block device of the root file system from proc/self/mountinfo and sys; on
-// ESXi the device identifier the boot bank lives on. Returns the volumes
+// the hypervisor host the device identifier its boot bank lives on. Returns the volumes
 // found (none when the system disk is not an NVMe namespace).
 std::vector<OsVolume> os_vol_find(const std::string &root);
 

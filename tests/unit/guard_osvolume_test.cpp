@@ -77,7 +77,7 @@ TEST(OsVolumeFind, MappedDeviceFollowsItsUnderlyingNamespace)
     EXPECT_EQ(found[0].bdf, "3a:00.00");
 }
 
-TEST(OsVolumeFind, EsxiBootBankOnAnEuiDevice)
+TEST(OsVolumeFind, HypervisorBootBankOnAnEuiDevice)
 {
     TempTree t;
     t.mkdir("vmfs/volumes/eui.0025385b71b01234:5");
