@@ -1,6 +1,7 @@
 // Start-up and the piped shell of the real binary against a simulated controller.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 #include "machine.h"
@@ -107,6 +108,19 @@ TEST(StartupWithController, PipedShellRunsLinesAndEndsWithItsInput)
         ASSERT_NE(found, std::string::npos) << text << "\n--- in ---\n" << r.out;
         at = found + text.size();
     }
+}
+
+TEST(StartupWithController, TypedOutputWordIsNotSpecial)
+{
+    krt_test::SimMachine machine("raid");
+    const std::string file = machine.dir().file("typed.txt");
+    const auto r = machine.cli({}, withInput("help vd -output " + file + "\n"));
+    EXPECT_EQ(r.status, 0);
+    // help reads the word as an option it does not know and describes itself.
+    EXPECT_NE(r.out.find("Description:Get brief help for all commands or detail help for one command.\n"),
+              std::string::npos)
+        << r.out;
+    EXPECT_FALSE(std::filesystem::exists(file));
 }
 
 TEST(StartupWithController, ShellEndsOnExitWordsInAnyCase)
