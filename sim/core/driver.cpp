@@ -116,6 +116,8 @@ int adminCommand(const Handle &h, usr_io &io)
         return EIO;
     StateFile::Lock lock(*file);
     SimState &st = file->state();
+    if (!validImage(st))
+        return EIO;  // rewritten by another build of the simulator meanwhile
     int index = findAdapter(st, h.signature);
     if (index < 0 || st.adapters[index].vanished)
         return ENODEV;
@@ -136,6 +138,8 @@ int listAdapters(KRT_U32 *count, nvmeAdapterInfo *list)
         return EIO;
     StateFile::Lock lock(*file);
     const SimState &st = file->state();
+    if (!validImage(st))
+        return EIO;
     if (st.listFails)
         return EIO;
     KRT_U32 n = std::min<KRT_U32>(st.adapterCount, NVME_MAX_ADAPTERS);
