@@ -286,7 +286,7 @@ KRT_U32 pairSend(SimState &st, SimAdapter &ad, const KRT_U32 (&cmd)[16], KRT_U8 
                 cmd[12] != ((static_cast<KRT_U32>(head.vendor_cmd[1]) << 16) | head.vendor_cmd[0]))
                 status = VS_INVALID_REQUEST;
             else
-                status = dispatch({infoPairedRoutes()}, r);
+                status = dispatch({infoPairedRoutes(), arrayPairedRoutes()}, r);
         }
     }
     reply[4] = status;

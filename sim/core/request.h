@@ -61,6 +61,7 @@ struct Route {
 std::span<const Route> infoDirectRoutes();
 std::span<const Route> infoPairedRoutes();
 std::span<const Route> arrayDirectRoutes();
+std::span<const Route> arrayPairedRoutes();
 std::span<const Route> logDirectRoutes();
 std::span<const Route> maintenanceDirectRoutes();
 

@@ -403,6 +403,54 @@ KRT_U8 createNamespace(Request &r)
     return VS_OK;
 }
 
+// ---- the same actions in the paired (class) form
+
+template <typename T>
+bool readInput(const Request &r, T &out)
+{
+    if (r.in.size() < sizeof(T))
+        return false;
+    std::memcpy(&out, r.in.data(), sizeof(T));
+    return true;
+}
+
+// Input: VD id (u16), 0 (u16).
+KRT_U8 pairedDeleteVd(Request &r)
+{
+    KRT_U16 id = 0;
+    if (!readInput(r, id))
+        return VS_INVALID_PARAMETER;
+    r.unit = id;
+    return deleteVd(r);
+}
+
+// Input: _NVME_Rebuild.
+KRT_U8 pairedRebuild(Request &r)
+{
+    _NVME_Rebuild rb{};
+    if (!readInput(r, rb))
+        return VS_INVALID_PARAMETER;
+    r.cdw14 = rb.VDID | static_cast<KRT_U32>(rb.PDID) << 16;
+    return startRebuild(r);
+}
+
+// Input: a request header naming the VD in `start`; the action is the
+// third command word.
+KRT_U8 pairedVdBgaControl(Request &r)
+{
+    _RequestHeader h{};
+    if (!readInput(r, h))
+        return VS_INVALID_PARAMETER;
+    r.cdw14 = h.start | static_cast<KRT_U32>(r.param & 0xFF) << 16;
+    return controlBga(r);
+}
+
+constexpr Route kArrayPaired[] = {
+    {KRT_CLASS_VD, 4, pairedDeleteVd},
+    {KRT_CLASS_BGA, 4, pairedVdBgaControl},
+    {KRT_CLASS_BGA, 7, pairedRebuild},
+};
+
 constexpr Route kArrayDirect[] = {
     {KRT_CLASS_VD, 3, createVd},       {KRT_CLASS_VD, 4, deleteVd},       {KRT_CLASS_BGA, 4, controlBga},
     {KRT_CLASS_BGA, 6, startInit},     {KRT_CLASS_BGA, 7, startRebuild},  {KRT_CLASS_BGA, 0x0A, startMediaPatrol},
@@ -414,6 +462,10 @@ constexpr Route kArrayDirect[] = {
 std::span<const Route> arrayDirectRoutes()
 {
     return kArrayDirect;
+}
+std::span<const Route> arrayPairedRoutes()
+{
+    return kArrayPaired;
 }
 
 }  // namespace krtsim

@@ -147,3 +147,33 @@ TEST(SimMailbox, MalformedRequestsAreRefused)
     EXPECT_EQ(r.compStatus, 2u);
     EXPECT_NE(r.status, 0u);
 }
+
+TEST(SimMailbox, ArrayActionsInTheClassForm)
+{
+    LibMachine m("degraded");  // VD 0 rebuild paused; VD 1 initialising
+    std::array<KRT_U8, 4096> reply{};
+    _RequestHeader h = header(1, 1);
+    h.requestType = 2;
+    m.client().paired(kSig, {KRT_CLASS_BGA, 4, 3}, bytes(&h, sizeof h), reply);
+    EXPECT_EQ(reply[4], 0) << "stop VD 1's initialisation";
+    m.client().paired(kSig, {KRT_CLASS_BGA, 4, 3}, bytes(&h, sizeof h), reply);
+    EXPECT_EQ(reply[4], 67) << "nothing left to stop";
+
+    h.start = 0;
+    m.client().paired(kSig, {KRT_CLASS_BGA, 4, 3}, bytes(&h, sizeof h), reply);
+    _NVME_Rebuild rb{};
+    rb.VDID = 0;
+    rb.PDID = 9;
+    m.client().paired(kSig, {KRT_CLASS_BGA, 7}, bytes(&rb, sizeof rb), reply);
+    EXPECT_EQ(reply[4], 0);
+    m.client().paired(kSig, {KRT_CLASS_BGA, 7}, bytes(&rb, sizeof rb), reply);
+    EXPECT_EQ(reply[4], 66) << "a rebuild is running";
+
+    const KRT_U16 vd[2] = {1, 0};
+    m.client().paired(kSig, {KRT_CLASS_VD, 4}, bytes(vd, sizeof vd), reply);
+    EXPECT_EQ(reply[4], 0);
+    m.client().paired(kSig, {KRT_CLASS_VD, 4}, bytes(vd, sizeof vd), reply);
+    EXPECT_EQ(reply[4], 7);
+    m.client().paired(kSig, {KRT_CLASS_VD, 4}, {1}, reply);
+    EXPECT_EQ(reply[4], 4) << "a short record";
+}
