@@ -96,8 +96,11 @@ _NVME_NS_Info nsRecord(const SimAdapter &ad, const SimNs &ns, bool overlong)
 _NVME_BGA_STATUS bgaRecord(const SimBga &bga, int id)
 {
     _NVME_BGA_STATUS r{};
-    r.BgaType = bga.type;
     r.ID = static_cast<KRT_U8>(id);
+    // An idle object reports no activity at all, also once one has finished.
+    if (bga.status == KRT_NVME_BGA_STATUS_NONE)
+        return r;
+    r.BgaType = bga.type;
     r.Percentage = static_cast<KRT_U8>(std::min<KRT_U32>(bga.progress / 1000, 100));
     r.BgaStatus = bga.status;
     return r;

@@ -155,7 +155,8 @@ TEST(SimClock, ActivitiesAdvanceOnlyWithTheClock)
     EXPECT_EQ(m.krtsim({"clock", "advance", "3600"}).status, 0);
     init = vdActivity(m, 1);
     EXPECT_EQ(init.BgaStatus, KRT_NVME_BGA_STATUS_NONE);
-    EXPECT_EQ(init.Percentage, 100);
+    EXPECT_EQ(init.BgaType, 0) << "a finished activity leaves the VD idle";
+    EXPECT_EQ(init.Percentage, 0);
     EXPECT_EQ(vdStatus(m, 1), KRT_VD_FUNCTIONAL);
     EXPECT_EQ(vdActivity(m, 0).Percentage, 40);
 
