@@ -173,4 +173,23 @@ TEST_F(ShellHelp, CommandsNotBuiltSayTheyAreNotAvailable)
     EXPECT_EQ(run("vpd", {"-h"}, 1), description("vpd") + "This command is not available in this build.\n");
 }
 
+// Walks both tables: every command's -h describes the command, and touches
+// no controller on the way.
+TEST_F(ShellHelp, EveryCommandDescribesItselfForDashH)
+{
+    const auto check = [](const Command_Info *table, int size) {
+        for (int i = 0; i < size; ++i) {
+            std::string name = table[i].cmd;
+            std::string option = "-h";
+            char *argv[] = {name.data(), option.data(), nullptr};
+            krt_unit::StreamCapture out;
+            (void)cmdDispatcher(2, argv);
+            const std::string expected = std::string("Description") + table[i].cmdShortHelp + "\n" + table[i].cmdHelp;
+            EXPECT_EQ(out.text().substr(0, expected.size()), expected) << table[i].cmd;
+        }
+    };
+    check(generalCmdTableV1, generalCmdTableV1Size());
+    check(hiddenCmdTableV1, hiddenCmdTableV1Size());
+}
+
 }  // namespace
