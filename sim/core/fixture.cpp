@@ -561,19 +561,39 @@ void buildAdapter(const json &a, SimAdapter &ad, int index, KRT_U64 now, const s
         ad.config.BGARate = static_cast<KRT_U8>(numberOr(c, "bga_rate", 30, where + ".config", 0xFF));
     }
 
-    // A short history in the event ring.
-    static const char *history[] = {"Controller started", "Firmware loaded", "All SSDs discovered"};
-    for (const char *msg : history) {
+    // The event ring: a short start-up history unless the fixture gives its
+    // own messages; "event_fill" adds numbered events (past the ring's size
+    // the oldest are overwritten, as on the controller).
+    std::vector<std::string> history = {"Controller started", "Firmware loaded", "All SSDs discovered"};
+    if (a.contains("events")) {
+        history.clear();
+        const json &events = a["events"];
+        if (!events.is_array())
+            fail(where + ".events", "expected an array of texts");
+        for (const json &e : events) {
+            if (!e.is_string())
+                fail(where + ".events", "expected an array of texts");
+            history.push_back(e.get<std::string>());
+        }
+    }
+    const KRT_U64 fill = numberOr(a, "event_fill", 0, where, 100000);
+    for (KRT_U64 i = 0; i < fill; ++i)
+        history.push_back("Event " + std::to_string(i + 1));
+    for (const std::string &msg : history) {
         SimEvent &e = ad.events[ad.eventCount % kMaxEvents];
+        e = SimEvent{};
         e.seq = ad.eventCount + 1;
         e.time = static_cast<KRT_U32>(now / 1000);
         putZeroed(e.msg, msg);
         ++ad.eventCount;
     }
-    const std::string spiLog = "boot: controller started\nboot: firmware " + frText + "\n";
+    const std::string spiLog =
+        stringOr(a, "spi_log", "boot: controller started\nboot: firmware " + frText + "\n", where);
+    if (spiLog.size() > kSpiLogSize)
+        fail(where + ".spi_log", "at most 4096 bytes");
     std::memcpy(ad.spiLog, spiLog.data(), spiLog.size());
     ad.spiLogLength = static_cast<KRT_U32>(spiLog.size());
-    ad.spiLogOn = 1;
+    ad.spiLogOn = boolOr(a, "spi_log_on", true, where) ? 1 : 0;
 }
 
 }  // namespace

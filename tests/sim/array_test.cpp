@@ -297,3 +297,42 @@ TEST(SimLogs, SmartOfTheControllerAndOfEachDisk)
     ASSERT_EQ(m.client().admin(kSig, disk, XFER_FROM_DEV, id.data(), id.size()).compStatus, 0u);
     EXPECT_EQ(std::string(reinterpret_cast<char *>(id.data() + NVME_ID_SN), 15), "SSD010002000102");
 }
+
+TEST(SimLogs, EventRingWrapsAndSpiLogComesInChunks)
+{
+    krt_test::TempDir dir;
+    const std::string log(4096, 'L');
+    krt_test::writeFile(dir.file("f.json"), R"({"adapters": [{"event_fill": 300, "spi_log": ")" + log + R"("}]})");
+    LibMachine m(dir.file("f.json"));
+    std::string text;
+    for (KRT_U32 page = 0; page < 16; ++page) {
+        std::array<KRT_U8, 4096> reply{};
+        std::array<KRT_U32, 16> cmd{};
+        cmd[0] = KRT_VENDOR_OPCODE;
+        cmd[10] = 1023;
+        cmd[12] = krt_cdw12(0xFE, 4, 0);
+        cmd[13] = page * 4096;
+        cmd[14] = 4096;
+        ASSERT_EQ(m.client().admin(kSig, cmd, XFER_FROM_DEV, reply.data(), reply.size()).compStatus, 0u);
+        std::string pageText(reinterpret_cast<char *>(reply.data() + 40),
+                             strnlen(reinterpret_cast<char *>(reply.data() + 40), 4056));
+        if (!pageText.empty()) {
+            EXPECT_EQ(pageText.back(), '\n') << "pages hold whole lines";
+        }
+        text += pageText;
+    }
+    // 303 events in a ring of 256: slot 0 holds event 257, the oldest kept is 48.
+    EXPECT_EQ(text.rfind("[SEQ]257[TIME]", 0), 0u);
+    EXPECT_NE(text.find("[MSG]Event 300\n[SEQ]48[TIME]"), std::string::npos);
+    EXPECT_EQ(text.find("[SEQ]47["), std::string::npos);
+
+    std::array<KRT_U8, 4096> reply{};
+    std::vector<KRT_U32> lengths;
+    for (int i = 0; i < 3; ++i) {
+        m.client().direct(kSig, krt_cdw12(0xFE, 0, 0), 0, reply);
+        KRT_U32 n = 0;
+        std::memcpy(&n, reply.data() + 8, 4);
+        lengths.push_back(n);
+    }
+    EXPECT_EQ(lengths, (std::vector<KRT_U32>{4080, 16, 0}));
+}
