@@ -240,3 +240,26 @@ TEST(SimTool, ResetReportsBadFixtures)
     EXPECT_EQ(std::string(reinterpret_cast<char *>(vd.Name), 16), "ABCDEFGHIJKLMNOP");
     EXPECT_EQ(vd.NSIDs[0], 0);
 }
+
+TEST(SimTool, ShowDescribesTheMachine)
+{
+    LibMachine m("degraded");
+    ASSERT_EQ(m.krtsim({"fault", "add", "--adapter", "0", "--opcode", "0xe2", "--count", "2", "--envelope-status", "9"})
+                  .status,
+              0);
+    const std::string shown = m.krtsim({"show"}).out;
+    const char *expected[] = {
+        "clock: frozen",
+        "fault: envelope-status 0x9 adapter=0 opcode=0xe2 count=2\n",
+        "adapters: 1\n",
+        "[0] vmhba1 nvmeMgmt-vmhba1 vid=0x1e6b did=0x7a10 RAID",
+        "  PD 4 slot=4 ",
+        "status=0x10",
+        "  VD 0 'archive' raid=0x06 status=1 members=0,1,2,65535 ",
+        " rebuild paused 40.000%",
+        " init running 10.000%",
+        "  NS 2 on VD 0 3750748848 x 512 valid\n",
+    };
+    for (const char *text : expected)
+        EXPECT_NE(shown.find(text), std::string::npos) << text << "\nin:\n" << shown;
+}
