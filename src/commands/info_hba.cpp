@@ -171,8 +171,8 @@ KRT_U16 get_hostID(KRT_U16 index)
 int getTotoalPDCnt(KRT_U16 index, const _NVME_Adapter_Info &info)
 {
     // RAID controllers are probed up to MaxPD, JBOF controllers up to their
-    // per-parent namespace limit.
-    int probes = adapterIsRaid(info) ? info.MaxPD : info.MaxNSPerVD;
+    // per-parent namespace limit; the kind is the addressed controller's.
+    int probes = adapterIsRaid(currentAdapterInfo()) ? info.MaxPD : info.MaxNSPerVD;
     int found = 0;
     for (int id = 0; id < probes; ++id) {
         auto reply = newReply();
@@ -191,7 +191,9 @@ void Adapter_PrintInfo(const _NVME_Adapter_Info &info, int index, const AdapterL
 {
     const FieldWriter out(stream, KRT_HBA_LABEL_WIDTH);
     const KRT_U16 at = static_cast<KRT_U16>(index);
-    const bool raid = adapterIsRaid(info);
+    // The block's layout, RAID or JBOF lines, is that of the controller the
+    // tool addresses (its record cached at start-up), for every record listed.
+    const bool raid = adapterIsRaid(currentAdapterInfo());
     const int base = g_oneBaseMode == 1 ? 1 : 0;
     char text[64];
 

@@ -239,6 +239,9 @@ TEST(InfoMulti, EveryControllerAndTheBoundOne)
                     "NVMe Controller ID:                  2\nBus Device Fun:                      12:00.00\n"
                     "Device:                              vmhba3\n"));
     EXPECT_TRUE(has(r.out, "Total # of HBA:      3\n\n"));
+    // Every block takes the layout of the addressed controller (RAID here),
+    // the JBOF one included.
+    EXPECT_EQ(occurrences(r.out, "Max VD:"), 3);
 
     r = m.cli({"2", "info", "-o", "hba"});
     EXPECT_EQ(occurrences(r.out, "NVMe Controller ID:"), 1);

@@ -347,11 +347,24 @@ _NVME_Adapter_Info makeAdapter(bool raid)
     return info;
 }
 
+// Prints a controller block with that record cached as the addressed
+// controller's, whose kind decides the block's layout.
+void printAdapter(const _NVME_Adapter_Info &info, int index, const AdapterLookups &lookups)
+{
+    _NVME_Adapter_Info cached = info;
+    g_pAdInfos = &cached;
+    gNumAdaptersFound = 1;
+    gCurrentAdapter = 0;
+    Adapter_PrintInfo(info, index, lookups);
+    g_pAdInfos = nullptr;
+    gNumAdaptersFound = 0;
+}
+
 TEST_F(InfoPrinters, RaidControllerBlock)
 {
     Capture out;
     const AdapterLookups lookups{fakeFun, fakePath, fakeSubnqn, twoDisks, hostSeven};
-    Adapter_PrintInfo(makeAdapter(true), 0, lookups);
+    printAdapter(makeAdapter(true), 0, lookups);
     EXPECT_EQ(out.text(),
               "NVMe Controller ID:                  0\n"
               "Bus Device Fun:                      0000:03:00.0\n"
@@ -393,7 +406,7 @@ TEST_F(InfoPrinters, JbofControllerBlock)
     _NVME_Adapter_Info info = makeAdapter(false);
     info.Cache = 0;
     info.Features |= KRT_FEATURE_DUMP | KRT_FEATURE_NMIC;
-    Adapter_PrintInfo(info, 1, lookups);
+    printAdapter(info, 1, lookups);
     const std::string text = out.text();
     EXPECT_TRUE(has(text, "SUBNQN:                              Not found\n"));
     EXPECT_TRUE(has(text,
@@ -413,7 +426,7 @@ TEST_F(InfoPrinters, SubnqnMissingWithoutDisks)
 {
     Capture out;
     const AdapterLookups lookups{fakeFun, fakePath, noSubnqn, noDisks, hostSeven};
-    Adapter_PrintInfo(makeAdapter(true), 0, lookups);
+    printAdapter(makeAdapter(true), 0, lookups);
     EXPECT_TRUE(
         has(out.text(), "SUBNQN:                              Not found, make sure SSD is already installed\n"));
 }
@@ -432,7 +445,7 @@ TEST_F(InfoPrinters, RevisionAndSkuTexts)
         _NVME_Adapter_Info info = makeAdapter(true);
         info.RevisionID = c.revision;
         info.SKUID = c.sku;
-        Adapter_PrintInfo(info, 0, lookups);
+        printAdapter(info, 0, lookups);
         EXPECT_TRUE(has(out.text(), std::string("RevisionID:                          ") + c.text + "\n")) << c.text;
     }
 }
@@ -444,7 +457,7 @@ TEST_F(InfoPrinters, RaidModeWordsFollowTheirFixedOrder)
     _NVME_Adapter_Info info = makeAdapter(true);
     info.SupportRAIDMode = 0xFF;
     info.Cache = 2;
-    Adapter_PrintInfo(info, 0, lookups);
+    printAdapter(info, 0, lookups);
     const std::string text = out.text();
     EXPECT_TRUE(has(text, "Supported RAID Mode:                 RAID0 RAID1 RAID5 RAID6 RAID10 RAID50 RAID60 JBOD \n"));
     EXPECT_TRUE(has(text, "Cache:                               Unknown\n"));
@@ -458,7 +471,7 @@ TEST_F(InfoPrinters, OneBaseNumberingShiftsIdsButNotNamespaces)
     HD_PrintInfo(makePD(0), false);
     NS_PrintInfo(makeNS(3, KRT_NS_VALID, 0), true);
     const AdapterLookups lookups{fakeFun, fakePath, fakeSubnqn, twoDisks, hostSeven};
-    Adapter_PrintInfo(makeAdapter(true), 0, lookups);
+    printAdapter(makeAdapter(true), 0, lookups);
     const std::string text = out.text();
     EXPECT_TRUE(has(text, "VD ID:               3\n"));
     EXPECT_TRUE(has(text, "PDs:                 4 ? \n"));  // a missing member stays "?"
