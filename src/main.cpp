@@ -18,11 +18,6 @@ namespace {
 
 constexpr std::size_t kLineSize = 2048;
 
-bool isVidWord(const char *word)
-{
-    return std::strstr(word, "--vid=0x") != nullptr || std::strstr(word, "--VID=0x") != nullptr;
-}
-
 // Common end of a run that got as far as the registry: release what start-up
 // opened.
 void finish()

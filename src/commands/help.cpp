@@ -87,7 +87,7 @@ int doHelp(int argc, char **argv, const Command_Info *entry)
         {"output", required_argument, nullptr, KRT_OUTPUT_OPTION},
         {nullptr, 0, nullptr, 0},
     };
-    optind = 1;
+    optind = 0;
     int c = 0;
     while ((c = getopt_long(argc, argv, "\x01:", longOptions, nullptr)) != -1) {
         if (c == KRT_OUTPUT_OPTION)

@@ -1,5 +1,3 @@
-#include <getopt.h>
-
 #include <cstdio>
 #include <cstring>
 
@@ -7,31 +5,10 @@
 #include "util/state.h"
 #include "util/text.h"
 
-namespace {
-
-// Every handler starts its option parsing over at index 1. The parser also
-// keeps a position inside the last word it looked at; when a previous
-// command stopped in the middle of a group of short options, that position
-// would point into a line that has since been replaced. A parse from index 0
-// over an empty word list forgets it.
-void resetOptionParser()
-{
-    char name[] = "krt_cli";
-    char *words[] = {name, nullptr};
-    const int savedOpterr = opterr;
-    opterr = 0;
-    optind = 0;
-    (void)getopt(1, words, "");
-    opterr = savedOpterr;
-    optind = 1;
-}
-
 bool isVidWord(const char *word)
 {
     return std::strstr(word, "--vid=0x") != nullptr || std::strstr(word, "--VID=0x") != nullptr;
 }
-
-}  // namespace
 
 const Command_Info *lookupCommand(const char *word, int *matches)
 {
@@ -87,7 +64,6 @@ int cmdDispatcher(int argc, char **argv)
     int matches = 0;
     const Command_Info *entry = lookupCommand(word, &matches);
     if (entry != nullptr) {
-        resetOptionParser();
         return entry->cmdHandler(argc, argv, entry);
     }
     if (matches == 0) {

@@ -24,6 +24,8 @@ int cmdDispatcher(int argc, char **argv);
 // the word abbreviates (1 for a whole name); the result is null when that is
 // not exactly one.
 const Command_Info *lookupCommand(const char *word, int *matches);
+// True for a word that carries the vendor-ID filter ("--vid=0x..." or "--VID=0x...").
+bool isVidWord(const char *word);
 
 // The public commands (listed by help) and the hidden ones.
 extern const Command_Info generalCmdTableV1[];

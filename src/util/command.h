@@ -12,8 +12,8 @@ struct _cmd_struct;
 using CommandHandler = int (*)(int argc, char **argv, const _cmd_struct *entry);
 
 struct _cmd_struct {
-    const char *cmd;        // name, lower case
-    int cmdLen;             // strlen(cmd) + 1
+    const char *cmd;  // name, lower case
+    int cmdLen;       // strlen(cmd) + 1
     CommandHandler cmdHandler;
     const char *cmdHelp;       // long help
     const char *cmdShortHelp;  // one-line summary, beginning with ':'
@@ -21,6 +21,11 @@ struct _cmd_struct {
 using Command_Info = _cmd_struct;
 using PCommand_Info = const _cmd_struct *;
 
+// Handlers parse their words with getopt_long and start with `optind = 0`:
+// besides starting over at the first option, that makes the parser forget a
+// position inside a word of the previous command line, which the shell has
+// since overwritten.
+//
 // The option character and long option that carry the marked "-output" word
 // through every command's option parsing.
 constexpr int KRT_OUTPUT_OPTION = 1;
