@@ -29,6 +29,13 @@ RunResult SimMachine::cli(const std::vector<std::string> &words, const RunOption
     return runProcess(argv, env(options));
 }
 
+std::string SimMachine::shell(const std::string &lines) const
+{
+    RunOptions options;
+    options.input = lines + "exit\n";
+    return cli({}, options).out;
+}
+
 RunResult SimMachine::krtsim(const std::vector<std::string> &words) const
 {
     std::vector<std::string> argv{krtsimPath()};

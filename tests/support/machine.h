@@ -22,6 +22,8 @@ public:
 
     // krt_cli with the given words, against this machine.
     RunResult cli(const std::vector<std::string> &words, const RunOptions &options = {}) const;
+    // Typed lines run in the shell (an "exit" line is added); what it printed.
+    std::string shell(const std::string &lines) const;
     // krtsim with the given words, against this machine.
     RunResult krtsim(const std::vector<std::string> &words) const;
     // The environment that points the platform library at this machine.

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "shell/shell.h"
-#include "shell_capture.h"
+#include "stream_capture.h"
 #include "util/state.h"
 
 namespace {

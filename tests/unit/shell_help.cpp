@@ -6,7 +6,7 @@
 
 #include "commands/commands.h"
 #include "shell/shell.h"
-#include "shell_capture.h"
+#include "stream_capture.h"
 #include "util/state.h"
 
 namespace {

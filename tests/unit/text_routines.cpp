@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "shell_capture.h"
+#include "stream_capture.h"
 #include "util/text.h"
 
 namespace {
