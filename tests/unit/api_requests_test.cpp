@@ -16,18 +16,13 @@ class Api : public ::testing::Test {
   protected:
     void SetUp() override
     {
-        fake::driver().adapters = {fake::managedAdapter("vmhba1"), fake::managedAdapter("vmhba2")};
-        GetDeviceManagementInstance()->m_smbios_path = "/nonexistent/smbios";
-        GetDeviceManagementInstance()->ScanV2();
+        fake::scan({fake::managedAdapter("vmhba1"), fake::managedAdapter("vmhba2")});
         ASSERT_EQ(KRT_Adapter_GetCount(), 2);
-        fake::driver().requests.clear();
-        gCurrentAdapter = 0;
     }
     void TearDown() override
     {
         GetDeviceManagementInstance()->Final();
         gCurrentAdapter = 0;
-        dbg_enable = 0;
     }
     fake::Adapter &adapter(int i) { return fake::driver().adapters[static_cast<std::size_t>(i)]; }
     const std::vector<fake::Request> &requests() { return fake::driver().requests; }
@@ -35,72 +30,53 @@ class Api : public ::testing::Test {
     fake::Installed installed;
 };
 
-TEST_F(Api, ControllerInformationDefaults)
+TEST_F(Api, ControllerInformationDefaultsAndIndexes)
 {
     _NVME_Adapter_Info rec{};
     rec.PortCount = 4;
-    rec.MaxPD = 0;
-    rec.MaxFlashSize = 0;
     rec.MaxVD = 9;
-    std::memcpy(adapter(1).adapterInfo.data() + 8, &rec, sizeof rec);
-    std::memcpy(adapter(1).pairReply.data() + 8, &rec, sizeof rec);
-
+    fake::answer(adapter(1).adapterInfo, rec);
+    fake::answer(adapter(1).pairReply, rec);
     _NVME_Adapter_Info got{};
-    ASSERT_EQ(KRT_Adapter_GetSimpleInfo(1, &got), 0u);
-    EXPECT_EQ(got.MaxPD, 4);
-    EXPECT_EQ(got.MaxFlashSize, 0x800000u);
-    EXPECT_EQ(got.MaxVD, 9);
-    const usr_io &io = requests().back().io;
-    EXPECT_EQ(requests().back().adapter, "vmhba2");
-    EXPECT_EQ(io.cmd[0], 0xE2u);
-    EXPECT_EQ(io.cmd[12], 0xE0u);
-
-    got = {};
-    ASSERT_EQ(KRT_Adapter_GetInfo(1, &got), 0u);
-    EXPECT_EQ(got.MaxPD, 4);
-    EXPECT_EQ(got.MaxFlashSize, 0x800000u);
+    for (auto get : {KRT_Adapter_GetSimpleInfo, KRT_Adapter_GetInfo}) {
+        ASSERT_EQ(get(1, &got), 0u);
+        EXPECT_EQ(got.MaxPD, 4) << "no disk limit: one per port";
+        EXPECT_EQ(got.MaxFlashSize, 0x800000u);
+        EXPECT_EQ(got.MaxVD, 9);
+    }
+    EXPECT_EQ(requests()[0].adapter, "vmhba2");
+    EXPECT_EQ(fake::dwords(requests()[0].io, 12, 13), std::vector<KRT_U32>{0xE0});
 
     rec.MaxPD = 8;
     rec.MaxFlashSize = 0x1000;
-    std::memcpy(adapter(1).adapterInfo.data() + 8, &rec, sizeof rec);
-    ASSERT_EQ(KRT_Adapter_GetSimpleInfo(1, &got), 0u);
+    fake::answer(adapter(1).adapterInfo, rec);
+    ASSERT_EQ(KRT_Adapter_GetSimpleInfo(256 + 1, &got), 0u) << "the index is narrowed to eight bits";
     EXPECT_EQ(got.MaxPD, 8);
     EXPECT_EQ(got.MaxFlashSize, 0x1000u);
-}
-
-TEST_F(Api, IndexIsNarrowedToEightBitsAndUnknownIndexesFail)
-{
-    _NVME_Adapter_Info got{};
-    ASSERT_EQ(KRT_Adapter_GetSimpleInfo(256 + 1, &got), 0u);
-    EXPECT_EQ(requests().back().adapter, "vmhba2");
     EXPECT_EQ(KRT_Adapter_GetSimpleInfo(5, &got), 1u) << "the placeholder refuses";
     EXPECT_EQ(KRT_Adapter_GetInfo(5, &got), 1u);
 }
 
 TEST_F(Api, SimpleVdInfoGoesToTheSelectedController)
 {
-    fake::Page &reply = adapter(1).adapterInfo;
     _NVME_VD_Info vd{};
-    vd.ID = 3;
     vd.MemberCount = 2;
-    std::memcpy(reply.data() + 8, &vd, sizeof vd);
+    fake::answer(adapter(1).adapterInfo, vd);
     gCurrentAdapter = 1;
     _NVME_VD_Info got{};
     ASSERT_EQ(KRT_Adapter_GetSimpleVDInfo(0, 3, &got), 0u);
     EXPECT_EQ(got.MemberCount, 2);
     EXPECT_EQ(requests().back().adapter, "vmhba2");
-    EXPECT_EQ(requests().back().io.cmd[12], 0xE2u);
-    EXPECT_EQ(requests().back().io.cmd[14], 3u);
+    EXPECT_EQ(fake::dwords(requests().back().io, 12, 15), (std::vector<KRT_U32>{0xE2, 0, 3}));
 
-    reply[4] = 7;  // the controller's status
+    adapter(1).adapterInfo[4] = 7;  // the controller's status: returned, not printed
     got = {};
     testing::internal::CaptureStdout();
     EXPECT_EQ(KRT_Adapter_GetSimpleVDInfo(0, 3, &got), 7u);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(got.MemberCount, 0);
-
-    reply[0] = 'Q';
+    adapter(1).adapterInfo[0] = 'Q';
     EXPECT_EQ(KRT_Adapter_GetSimpleVDInfo(0, 3, &got), 1u);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 
     // A completion error is printed once, and the empty reply reads as a bad head.
     adapter(1).completionDw3 = nvme_comp_dw3(7, 7);
@@ -114,26 +90,16 @@ TEST_F(Api, NamespaceListAndSetTime)
 {
     _NVME_NS_Info ns[2] = {};
     ns[1].NSID = 2;
-    std::memcpy(adapter(0).adapterInfo.data() + 8, ns, sizeof ns);
-    _NVME_NS_Info got[2] = {};
-    ASSERT_EQ(KRT_NS_GetInfo(0, got, 2), 0u);
+    fake::answer(adapter(0).adapterInfo, ns);
+    std::vector<_NVME_NS_Info> got(100);  // more than one reply holds: cut at the reply
+    ASSERT_EQ(KRT_NS_GetInfo(0, got.data(), 100), 0u);
     EXPECT_EQ(got[1].NSID, 2);
     EXPECT_EQ(requests().back().io.cmd[12], 0xE5u);
-    adapter(0).adapterInfo[4] = 1;
-    EXPECT_EQ(KRT_NS_GetInfo(0, got, 2), 1u);
-
-    // A count larger than one reply is cut at the reply.
-    adapter(0).adapterInfo[4] = 0;
-    std::vector<_NVME_NS_Info> many(100);
-    EXPECT_EQ(KRT_NS_GetInfo(0, many.data(), 100), 0u);
 
     const _NVME_Adapter_Time t{0x1111, 0x2222, 0x3333, {}};
     ASSERT_EQ(KRT_Adapter_SetTime(0, &t), 0u);
-    const usr_io &io = requests().back().io;
-    EXPECT_EQ(io.cmd[12], 992u);
-    EXPECT_EQ(io.cmd[13], 0x22221111u);
-    EXPECT_EQ(io.cmd[14], 0x3333u);
-    EXPECT_EQ(io.length, 0u);
+    EXPECT_EQ(fake::dwords(requests().back().io, 12, 15), (std::vector<KRT_U32>{992, 0x22221111u, 0x3333}));
+    EXPECT_EQ(requests().back().io.length, 0u);
 }
 
 TEST_F(Api, AdminPrintsItsStatusAndNvmDoesNot)
@@ -150,74 +116,46 @@ TEST_F(Api, AdminPrintsItsStatusAndNvmDoesNot)
               "Invalid Firmware Slot (Status Code: 0x106)\nInvalid Command Opcode (Status Code: 0x1)\n");
 }
 
-// Class, sub-command, optional parameter and input length of every
-// class-form request, read back from the request head.
+// Class, sub-command, optional parameter and input length of class-form
+// requests, read back from the request head.
 TEST_F(Api, ClassFormRequests)
 {
     std::vector<KRT_U8> buf(4096, 0);
     auto *head = reinterpret_cast<_RequestHeader *>(buf.data());
-    head->numRequested = 2;
+    KRT_U8 *b = buf.data(), small[8] = {}, preCreate[KRT_PRECREATE_VD_SIZE] = {};
     _NVME_Adapter_Config cfg{};
-    _NVME_LED led{};
-    _NVME_Rebuild rb{};
     _NVME_Migrate mg{};
     _NVME_NS_Info ns[2];
-    KRT_U8 small[8] = {};
-    KRT_U8 preCreate[KRT_PRECREATE_VD_SIZE] = {};
-
-    struct Case {
+    const struct {
         const char *name;
         std::function<KRT_U32()> call;
         KRT_U16 cls, sub;
         int param;  // -1: none
         KRT_U16 inLen;
-    };
-    const Case cases[] = {
-        {"GetInfo",
-         [&] {
-             _NVME_Adapter_Info i;
-             return KRT_Adapter_GetInfo(0, &i);
-         },
-         224, 0, -1, 0},
+    } cases[] = {
         {"GetConfig", [&] { return KRT_Adapter_GetConfig(0, &cfg); }, 224, 1, -1, 0},
         {"SetConfig", [&] { return KRT_Adapter_SetConfig(0, &cfg); }, 224, 2, -1, 16},
-        {"LED", [&] { return KRT_Adapter_LED(0, &led); }, 224, 7, -1, 8},
-        {"PD_GetInfo", [&] { return KRT_PD_GetInfo(0, buf.data()); }, 225, 0, -1, 16},
-        {"PD_OEM", [&] { return KRT_PD_OEM(0, buf.data(), 40); }, 225, 3, -1, 57},
+        {"PD_OEM", [&] { return KRT_PD_OEM(0, b, 40); }, 225, 3, -1, 57},
         {"PD_Import", [&] { return KRT_PD_Import(0, head); }, 225, 9, -1, 16},
-        {"VD_GetInfo", [&] { return KRT_VD_GetInfo(0, buf.data()); }, 226, 0, -1, 16},
-        {"VD_GetConfig", [&] { return KRT_VD_GetConfig(0, buf.data()); }, 226, 1, -1, 16},
-        {"VD_SetConfig", [&] { return KRT_VD_SetConfig(0, buf.data()); }, 226, 2, -1, 16 + 48},
-        {"VD_QuerySize", [&] { return KRT_VD_QuerySize(0, buf.data(), preCreate); }, 226, 3, -1, 624},
-        {"VD_Import", [&] { return KRT_VD_Import(0, head); }, 226, 6, -1, 16},
-        {"PD_GetBGAStatus", [&] { return KRT_PD_GetBGAStatus(0, buf.data()); }, 227, 1, -1, 16},
-        {"VD_GetBGAStatus", [&] { return KRT_VD_GetBGAStatus(0, buf.data()); }, 227, 2, -1, 16},
+        {"VD_SetConfig", [&] { return KRT_VD_SetConfig(0, b); }, 226, 2, -1, 16 + 48},
+        {"VD_QuerySize", [&] { return KRT_VD_QuerySize(0, b, preCreate); }, 226, 3, -1, 624},
         {"PD_BGAControl", [&] { return KRT_PD_BGAControl(0, 5, 2); }, 227, 3, 0x02, 16},
         {"VD_BGAControl", [&] { return KRT_VD_BGAControl(0, 5, 3); }, 227, 4, 3, 16},
-        {"PD_MP", [&] { return KRT_PD_MP(0, 1); }, 227, 5, -1, 8},
         {"VD_Init", [&] { return KRT_VD_Init(0, 1, 2); }, 227, 6, -1, 8},
-        {"VD_Rebuild", [&] { return KRT_VD_Rebuild(0, &rb); }, 227, 7, -1, 8},
-        {"VD_Sync", [&] { return KRT_VD_Sync(0, 1); }, 227, 8, -1, 8},
         {"VD_Migrate", [&] { return KRT_VD_Migrate(0, &mg); }, 227, 9, -1, 40},
-        {"VD_MP", [&] { return KRT_VD_MP(0, 1); }, 227, 10, -1, 8},
-        {"Event_Status", [&] { return KRT_Event_Status(0, small); }, 228, 1, -1, 0},
         {"NS_GetInfo_VD", [&] { return KRT_NS_GetInfo_VD(0, 0x1234, ns, 2); }, 229, 1, 0x1234, 0},
-        {"Dump_Console", [&] { return KRT_Dump_Console(0, buf.data()); }, 254, 0, -1, 0},
-        {"Dump_Status", [&] { return KRT_Dump_Status(0, small); }, 254, 1, -1, 0},
-        {"Get_Dump_Cfg", [&] { return KRT_Get_Dump_Cfg(0, small); }, 254, 2, -1, 0},
         {"Set_Dump_Cfg", [&] { return KRT_Set_Dump_Cfg(0, small); }, 254, 3, -1, 8},
-        {"Page_Event", [&] { return KRT_Page_Event(0, buf.data()); }, 254, 4, -1, 4096},
+        {"Page_Event", [&] { return KRT_Page_Event(0, b); }, 254, 4, -1, 4096},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         std::fill(buf.begin(), buf.end(), 0);
         head->numRequested = 2;
         fake::driver().requests.clear();
         EXPECT_EQ(c.call(), 0u);
         ASSERT_EQ(requests().size(), 2u);
-        const fake::Request &send = requests()[0];
-        EXPECT_EQ(send.io.cmd[12], (KRT_U32{c.sub} << 16) | c.cls);
-        const KRT_U8 *h = send.sent.data();
+        EXPECT_EQ(requests()[0].io.cmd[12], (KRT_U32{c.sub} << 16) | c.cls);
+        const std::vector<KRT_U8> &h = requests()[0].sent;
         EXPECT_EQ(h[4], c.param < 0 ? 2 : 3);
         EXPECT_EQ(h[6] | (h[7] << 8), c.inLen);
         EXPECT_EQ(h[8] | (h[9] << 8), c.cls);
@@ -231,9 +169,8 @@ TEST_F(Api, ClassFormRequests)
 TEST_F(Api, VdChangesRunTheHooksOnlyAfterSuccess)
 {
     std::vector<KRT_U8> create(KRT_CREATE_VD_SIZE, 0);
-    // Two VDs: the hooks only log, so each request is one pair.
-    fake::Page &reply = adapter(0).pairReply;
-    reply[8 + 7] = 2;
+    fake::Page &page = adapter(0).pairReply;
+    page[8 + 7] = 2;  // two VDs: the hooks only log, so each request is one pair
     EXPECT_EQ(KRT_VD_Create(0, create.data()), 0u);
     EXPECT_EQ(requests().size(), 4u) << "the request and the hook's VD list";
     EXPECT_EQ(requests()[0].io.cmd[12], 0x300E2u);
@@ -245,7 +182,7 @@ TEST_F(Api, VdChangesRunTheHooksOnlyAfterSuccess)
     EXPECT_EQ(requests()[2].sent[16], 9);
 
     fake::driver().requests.clear();
-    reply[4] = 0x3C;
+    page[4] = 0x3C;
     EXPECT_EQ(KRT_VD_Create(0, create.data()), 0x3Cu);
     EXPECT_EQ(requests().size(), 2u) << "no hook after a failed request";
 }

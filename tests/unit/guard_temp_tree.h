@@ -18,25 +18,24 @@ class TempTree {
     ~TempTree()
     {
         std::error_code ec;
-        if (!path_.empty())
-            std::filesystem::remove_all(path_, ec);
+        std::filesystem::remove_all(path_, ec);
     }
     TempTree(const TempTree &) = delete;
     TempTree &operator=(const TempTree &) = delete;
 
     const std::string &path() const { return path_; }
     std::string file(const std::string &name) const { return path_ + "/" + name; }
-    // Writes text to a file under the tree, creating its folders.
+    // Writes text (empty: makes a folder) or a symbolic link under the tree, creating its folders.
     void write(const std::string &name, const std::string &text) const
     {
-        std::filesystem::path p = file(name);
-        std::filesystem::create_directories(p.parent_path());
-        std::ofstream(p) << text;
+        const std::filesystem::path p = file(name);
+        std::filesystem::create_directories(text.empty() ? p : p.parent_path());
+        if (!text.empty())
+            std::ofstream(p) << text;
     }
-    void mkdir(const std::string &name) const { std::filesystem::create_directories(file(name)); }
     void symlink(const std::string &target, const std::string &name) const
     {
-        std::filesystem::path p = file(name);
+        const std::filesystem::path p = file(name);
         std::filesystem::create_directories(p.parent_path());
         std::filesystem::create_symlink(target, p);
     }

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -15,34 +14,24 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// A System Slot structure: slot number, in-use flag and bus number.
-Bytes systemSlot(std::uint8_t slot, std::uint8_t usage, std::uint8_t bus, bool withString = false)
-{
-    Bytes s(17, 0);
-    s[0] = 9;
-    s[1] = 17;
-    s[7] = usage;
-    s[9] = slot;
-    s[15] = bus;
-    if (withString) {
-        for (char c : std::string("PCIe Slot"))
-            s.push_back(static_cast<std::uint8_t>(c));
-        s.push_back(0);
-        s.push_back(0);
-    } else {
-        s.push_back(0);
-        s.push_back(0);
-    }
-    return s;
-}
-
+// A structure of the given type and formatted length with an empty string set.
 Bytes structure(std::uint8_t type, std::uint8_t length)
 {
     Bytes s(length, 0);
     s[0] = type;
     s[1] = length;
-    s.push_back(0);
-    s.push_back(0);
+    s.insert(s.end(), {0, 0});
+    return s;
+}
+
+// A System Slot structure: slot number, in-use flag and bus number.
+Bytes systemSlot(std::uint8_t slot, std::uint8_t usage, std::uint8_t bus, const std::string &text = "")
+{
+    Bytes s = structure(9, 17);
+    s[7] = usage;
+    s[9] = slot;
+    s[15] = bus;
+    s.insert(s.begin() + 17, text.begin(), text.end());
     return s;
 }
 
@@ -57,16 +46,20 @@ void fixChecksum(Bytes &b, std::size_t at, std::size_t from, std::size_t len)
 // The table is read from the start of the file, entry point included: the
 // entry point reads as one structure whose length byte is 'S' (83), so the
 // first real structure follows 85 bytes in.
-constexpr std::size_t kFirst = 85;
-
-Bytes sm3(const std::vector<Bytes> &structures)
+Bytes withEntry(const char *anchor, const std::vector<Bytes> &structures)
 {
-    Bytes b(kFirst, 0);
-    std::memcpy(b.data(), "_SM3_", 5);
-    b[6] = 24;
+    Bytes b(85, 0);
+    std::memcpy(b.data(), anchor, std::strlen(anchor));
     for (const Bytes &s : structures)
         b.insert(b.end(), s.begin(), s.end());
-    const auto size = static_cast<std::uint32_t>(b.size());
+    return b;
+}
+
+Bytes sm3(const std::vector<Bytes> &structures, std::uint32_t size = 0)
+{
+    Bytes b = withEntry("_SM3_", structures);
+    b[6] = 24;
+    size = size != 0 ? size : static_cast<std::uint32_t>(b.size());
     std::memcpy(&b[12], &size, 4);
     fixChecksum(b, 5, 0, 24);
     return b;
@@ -74,14 +67,11 @@ Bytes sm3(const std::vector<Bytes> &structures)
 
 Bytes sm2(const std::vector<Bytes> &structures, std::uint16_t count, std::uint8_t minor = 8)
 {
-    Bytes b(kFirst, 0);
-    std::memcpy(b.data(), "_SM_", 4);
+    Bytes b = withEntry("_SM_", structures);
     b[5] = 31;
     b[6] = 2;
     b[7] = minor;
     std::memcpy(&b[16], "_DMI_", 5);
-    for (const Bytes &s : structures)
-        b.insert(b.end(), s.begin(), s.end());
     const auto len = static_cast<std::uint16_t>(b.size());
     std::memcpy(&b[22], &len, 2);
     std::memcpy(&b[28], &count, 2);
@@ -90,111 +80,79 @@ Bytes sm2(const std::vector<Bytes> &structures, std::uint16_t count, std::uint8_
     return b;
 }
 
-class Smbios : public ::testing::Test {
-  protected:
-    std::string write(const Bytes &b)
-    {
-        std::string path = dir.file("smbios");
-        std::ofstream(path, std::ios::binary)
-            .write(reinterpret_cast<const char *>(b.data()), static_cast<std::streamsize>(b.size()));
-        return path;
-    }
-    int slotOf(const Bytes &b, const char *bdf = "3a:00.00") { return get_SMBIOS_slot_ID(bdf, write(b).c_str()); }
-
-    TempTree dir;
-};
-
-TEST_F(Smbios, BothEntryPointsFindTheSlotOfTheBus)
+Bytes flipped(Bytes b, std::initializer_list<std::size_t> at)
 {
-    const std::vector<Bytes> table = {structure(0, 24), systemSlot(5, 4, 0x10), systemSlot(7, 4, 0x3A, true),
+    for (std::size_t i : at)
+        b[i] ^= 1;
+    return b;
+}
+
+// Writes the table file, then looks the controller's slot up in it.
+int slotOf(const std::string &path, const Bytes &b, const char *bdf = "3a:00.00")
+{
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(b.data()), std::ssize(b));
+    return get_SMBIOS_slot_ID(bdf, path.c_str());
+}
+
+TEST(Smbios, SlotOfTheControllersBus)
+{
+    const std::vector<Bytes> mixed = {structure(0, 24), systemSlot(5, 4, 0x10), systemSlot(7, 4, 0x3A, "PCIe Slot"),
                                       structure(127, 4)};
-    EXPECT_EQ(slotOf(sm3(table)), 7);
-    EXPECT_EQ(slotOf(sm2(table, 5)), 7);
-    EXPECT_EQ(slotOf(sm3(table), "10:00.00"), 5);
-    EXPECT_EQ(slotOf(sm3(table), "11:00.00"), -1);
+    const std::vector<Bytes> slot7 = {systemSlot(7, 4, 0x3A)};
+    const std::vector<Bytes> endFirst = {structure(127, 4), systemSlot(6, 4, 0x3A)};
+    const std::vector<Bytes> afterOne = {structure(1, 8), systemSlot(6, 4, 0x3A)};
+    Bytes truncated = sm3(slot7);
+    truncated.resize(truncated.size() - 3);
+    const struct {
+        const char *name;
+        Bytes file;
+        int slot;
+        const char *bdf = "3a:00.00";
+    } cases[] = {
+        {"64-bit entry point", sm3(mixed), 7},
+        {"32-bit entry point", sm2(mixed, 5), 7},
+        {"another bus", sm3(mixed), 5, "10:00.00"},
+        {"no slot on the bus", sm3(mixed), -1, "11:00.00"},
+        {"last matching in-use slot wins",
+         sm3({systemSlot(2, 4, 0x3A), systemSlot(9, 4, 0x3A), systemSlot(4, 3, 0x3A)}), 9},
+        {"end-of-table stops the 64-bit walk", sm3(endFirst), -1},
+        {"but not the 32-bit one", sm2(endFirst, 3), 6},
+        {"count limits the 32-bit walk (entry point counts)", sm2(afterOne, 2), -1},
+        {"count reaches the slot", sm2(afterOne, 3), 6},
+        {"short headers are skipped uncounted", sm2({{1, 2, 0xAA, 0xBB, 0, 0}, systemSlot(6, 4, 0x3A)}, 2), 6},
+        {"bad 64-bit checksum", flipped(sm3(slot7), {5}), -1},
+        {"bad 32-bit checksum", flipped(sm2(slot7, 2), {4}), -1},
+        {"bad _DMI_ checksum", flipped(sm2(slot7, 2), {21, 4}), -1},
+        {"unknown anchor", flipped(sm3(slot7), {0}), -1},
+        {"table size beyond the file is cut", sm3(slot7, 1u << 20), 7},
+        {"structure past the end of the file", truncated, -1},
+        {"short file", Bytes{'_', 'S', 'M'}, -1},
+    };
+    TempTree dir;
+    const std::string path = dir.file("smbios");
+    for (const auto &c : cases)
+        EXPECT_EQ(slotOf(path, c.file, c.bdf), c.slot) << c.name;
 }
 
-TEST_F(Smbios, LastMatchingSlotWinsAndUnusedSlotsDoNot)
+TEST(Smbios, MessagesOfOddFiles)
 {
-    const std::vector<Bytes> table = {systemSlot(2, 4, 0x3A), systemSlot(9, 4, 0x3A), systemSlot(4, 3, 0x3A)};
-    EXPECT_EQ(slotOf(sm3(table)), 9);
-}
-
-TEST_F(Smbios, EndOfTableStopsOnlyTheSixtyFourBitWalk)
-{
-    const std::vector<Bytes> table = {structure(127, 4), systemSlot(6, 4, 0x3A)};
-    EXPECT_EQ(slotOf(sm3(table)), -1);
-    EXPECT_EQ(slotOf(sm2(table, 3)), 6);
-}
-
-TEST_F(Smbios, StructureCountLimitsTheThirtyTwoBitWalk)
-{
-    const std::vector<Bytes> table = {structure(1, 8), systemSlot(6, 4, 0x3A)};
-    EXPECT_EQ(slotOf(sm2(table, 2)), -1) << "the entry point itself is the first structure";
-    EXPECT_EQ(slotOf(sm2(table, 3)), 6);
-}
-
-TEST_F(Smbios, ShortHeadersAreSkippedUncounted)
-{
-    Bytes bad = {1, 2, 0xAA, 0xBB, 0, 0};
-    EXPECT_EQ(slotOf(sm2({bad, systemSlot(6, 4, 0x3A)}, 2)), 6);
-}
-
-TEST_F(Smbios, BadChecksumsAndFormatsFindNothing)
-{
-    const std::vector<Bytes> table = {systemSlot(7, 4, 0x3A)};
-    Bytes b = sm3(table);
-    b[5] ^= 1;
-    EXPECT_EQ(slotOf(b), -1);
-
-    b = sm2(table, 2);
-    b[4] ^= 1;
-    EXPECT_EQ(slotOf(b), -1);
-    b = sm2(table, 2);
-    b[21] ^= 1;  // the _DMI_ part's sum
-    b[4] ^= 1;
-    EXPECT_EQ(slotOf(b), -1);
-
-    b = sm3(table);
-    b[0] = 'X';
-    EXPECT_EQ(slotOf(b), -1);
-
-    testing::internal::CaptureStderr();
-    b = sm3(table);
-    b[6] = 40;
-    EXPECT_EQ(slotOf(b), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Entry point length too large (40 bytes, expected 24).\n");
-}
-
-TEST_F(Smbios, VersionFixupsAreAnnounced)
-{
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(slotOf(sm2({systemSlot(7, 4, 0x3A)}, 2, 33)), 7);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "SMBIOS version fixup (2.33 -> 2.3).\n");
-}
-
-TEST_F(Smbios, ShortAndMissingFiles)
-{
-    // Table size beyond the file: the read is cut to what the file holds.
-    Bytes b = sm3({systemSlot(7, 4, 0x3A)});
-    const std::uint32_t huge = 1u << 20;
-    std::memcpy(&b[12], &huge, 4);
-    b[5] = 0;
-    fixChecksum(b, 5, 0, 24);
-    EXPECT_EQ(slotOf(b), 7);
-
-    // A structure running past the end of the file stops the walk.
-    b = sm3({systemSlot(7, 4, 0x3A)});
-    b.resize(b.size() - 3);
-    EXPECT_EQ(slotOf(b), -1);
-
-    EXPECT_EQ(slotOf(Bytes{'_', 'S', 'M'}), -1);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(slotOf(Bytes{}), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), dir.file("smbios") + ": Can't read data beyond EOF\n");
+    TempTree dir;
+    const std::string path = dir.file("smbios");
+    const auto run = [&](const Bytes &b, int slot) {
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(slotOf(path, b), slot);
+        const std::string out = testing::internal::GetCapturedStdout();
+        return out + testing::internal::GetCapturedStderr();
+    };
+    Bytes longEntry = sm3({systemSlot(7, 4, 0x3A)});
+    longEntry[6] = 40;
+    EXPECT_EQ(run(longEntry, -1), "Entry point length too large (40 bytes, expected 24).\n");
+    EXPECT_EQ(run(sm2({systemSlot(7, 4, 0x3A)}, 2, 33), 7), "SMBIOS version fixup (2.33 -> 2.3).\n");
+    EXPECT_EQ(run(Bytes{}, -1), path + ": Can't read data beyond EOF\n");
     testing::internal::CaptureStderr();
     EXPECT_EQ(get_SMBIOS_slot_ID("3a:00.00", dir.file("absent").c_str()), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "no table file: quietly no slot";
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstdarg>
 
+#include "device/device_management.h"
+
 namespace fake {
 
 namespace {
@@ -14,25 +16,19 @@ struct Handle {
 int fakeInit(vmk_MgmtApiSignature *sig, KRT_U64, vmk_MgmtUserHandle *handle)
 {
     Driver &d = driver();
-    std::string name(sig->name.string, strnlen(sig->name.string, sizeof sig->name.string));
-    d.initNames.push_back(name);
-    if (name == NVME_MGMT_NAME) {
-        if (d.listFails)
-            return EIO;
-        *handle = new Handle{-1};
-        ++d.openHandles;
-        return 0;
-    }
+    const std::string name(sig->name.string, strnlen(sig->name.string, sizeof sig->name.string));
+    int found = -2;
+    if (name == NVME_MGMT_NAME && !d.listFails)
+        found = -1;
     for (std::size_t i = 0; i < d.adapters.size(); ++i) {
-        if (d.adapters[i].signature == name) {
-            if (!d.adapters[i].openable)
-                return ENOENT;
-            *handle = new Handle{static_cast<int>(i)};
-            ++d.openHandles;
-            return 0;
-        }
+        if (d.adapters[i].signature == name && d.adapters[i].openable)
+            found = static_cast<int>(i);
     }
-    return ENOENT;
+    if (found == -2)
+        return name == NVME_MGMT_NAME ? EIO : ENOENT;
+    *handle = new Handle{found};
+    ++d.openHandles;
+    return 0;
 }
 
 int fakeDestroy(vmk_MgmtUserHandle handle)
@@ -44,35 +40,22 @@ int fakeDestroy(vmk_MgmtUserHandle handle)
 
 int passthru(Adapter &a, usr_io *io)
 {
-    Driver &d = driver();
+    auto *data = reinterpret_cast<KRT_U8 *>(io->addr);
     Request r{a.name, *io, {}};
-    const auto *data = reinterpret_cast<KRT_U8 *>(io->addr);
     if (io->direction == XFER_TO_DEV && data != nullptr)
         r.sent.assign(data, data + io->length);
-    d.requests.push_back(r);
-
+    driver().requests.push_back(r);
     io->comp[3] = a.completionDw3;
     io->status = a.driverStatus;
-    if (a.completionDw3 != 0 || a.driverStatus != 0)
+    if (a.completionDw3 != 0 || a.driverStatus != 0 || io->direction != XFER_FROM_DEV || data == nullptr)
         return 0;
-    auto *out = reinterpret_cast<KRT_U8 *>(io->addr);
-    if (io->direction != XFER_FROM_DEV || out == nullptr)
-        return 0;
-    const Page *reply = nullptr;
-    switch (io->cmd[0] & 0xFF) {
-        case NVME_ADMIN_IDENTIFY:
-            reply = &a.identify;
-            break;
-        case KRT_VENDOR_OPCODE:
-            reply = &a.adapterInfo;
-            break;
-        case KRT_PAIR_RECEIVE_WIRE:
-            reply = &a.pairReply;
-            break;
-        default:
-            return 0;
-    }
-    std::memcpy(out, reply->data(), io->length < reply->size() ? io->length : reply->size());
+    const KRT_U32 opcode = io->cmd[0] & 0xFF;
+    const Page *reply = opcode == NVME_ADMIN_IDENTIFY     ? &a.identify
+                        : opcode == KRT_VENDOR_OPCODE     ? &a.adapterInfo
+                        : opcode == KRT_PAIR_RECEIVE_WIRE ? &a.pairReply
+                                                          : nullptr;
+    if (reply != nullptr)
+        std::memcpy(data, reply->data(), io->length < reply->size() ? io->length : reply->size());
     return 0;
 }
 
@@ -84,29 +67,23 @@ int fakeInvoke(vmk_MgmtUserHandle handle, KRT_U64, KRT_U64 callbackId, KRT_U32 a
     void *first = va_arg(args, void *);
     void *second = va_arg(args, void *);
     va_end(args);
-    auto *h = static_cast<Handle *>(handle);
-    if (h->adapter < 0) {
+    const int adapter = static_cast<Handle *>(handle)->adapter;
+    if (adapter < 0) {
         if (callbackId != NVME_MGMT_CB_LIST_ADAPTERS)
             return EINVAL;
-        auto *count = static_cast<KRT_U32 *>(first);
         auto *entries = static_cast<nvmeAdapterInfo *>(second);
         std::memset(entries, 0, sizeof(nvmeAdapterInfo) * NVME_MAX_ADAPTERS);
         std::size_t n = 0;
-        for (const auto &a : d.adapters) {
-            if (n == NVME_MAX_ADAPTERS)
-                break;
-            std::strncpy(entries[n].name, a.name.c_str(), sizeof entries[n].name - 1);
-            std::strncpy(entries[n].signature, a.signature.c_str(), sizeof entries[n].signature - 1);
-            ++n;
+        for (; n < d.adapters.size() && n < NVME_MAX_ADAPTERS; ++n) {
+            std::strncpy(entries[n].name, d.adapters[n].name.c_str(), sizeof entries[n].name - 1);
+            std::strncpy(entries[n].signature, d.adapters[n].signature.c_str(), sizeof entries[n].signature - 1);
         }
-        *count = d.listCount != ~0u ? d.listCount : static_cast<KRT_U32>(n);
+        *static_cast<KRT_U32 *>(first) = d.listCount != ~0u ? d.listCount : static_cast<KRT_U32>(n);
         return 0;
     }
-    if (callbackId != NVME_MGMT_CB_IOCTL)
+    if (callbackId != NVME_MGMT_CB_IOCTL || *static_cast<KRT_U32 *>(first) != NVME_IOCTL_ADMIN_CMD)
         return EINVAL;
-    if (*static_cast<KRT_U32 *>(first) != NVME_IOCTL_ADMIN_CMD)
-        return EINVAL;
-    return passthru(d.adapters[static_cast<std::size_t>(h->adapter)], static_cast<usr_io *>(second));
+    return passthru(d.adapters[static_cast<std::size_t>(adapter)], static_cast<usr_io *>(second));
 }
 
 const VmkMgmtEntryPoints kFake{fakeInit, fakeInvoke, fakeDestroy};
@@ -119,16 +96,39 @@ Driver &driver()
     return d;
 }
 
-void install()
+Installed::Installed()
 {
     driver() = Driver{};
     vmkmgmt_set_entry_points(&kFake);
 }
 
-void uninstall()
+Installed::~Installed()
 {
     vmkmgmt_set_entry_points(nullptr);
     driver() = Driver{};
+}
+
+void scan(const std::vector<Adapter> &adapters)
+{
+    driver().adapters = adapters;
+    GetDeviceManagementInstance()->m_smbios_path = "/nonexistent/smbios";
+    GetDeviceManagementInstance()->ScanV2();
+    driver().requests.clear();
+}
+
+std::vector<Request> sent(KRT_U8 opcode)
+{
+    std::vector<Request> out;
+    for (const auto &r : driver().requests) {
+        if ((r.io.cmd[0] & 0xFF) == opcode)
+            out.push_back(r);
+    }
+    return out;
+}
+
+std::vector<KRT_U32> dwords(const usr_io &io, int from, int to)
+{
+    return std::vector<KRT_U32>(io.cmd + from, io.cmd + to);
 }
 
 Adapter managedAdapter(const std::string &name, KRT_U16 vid, KRT_U16 did)
@@ -136,12 +136,9 @@ Adapter managedAdapter(const std::string &name, KRT_U16 vid, KRT_U16 did)
     Adapter a;
     a.name = name;
     a.signature = "nvme_" + name;
-    a.identify[NVME_ID_VID] = static_cast<KRT_U8>(vid & 0xFF);
-    a.identify[NVME_ID_VID + 1] = static_cast<KRT_U8>(vid >> 8);
+    std::memcpy(&a.identify[NVME_ID_VID], &vid, 2);
     std::memcpy(a.adapterInfo.data(), KRT_SIGN, sizeof KRT_SIGN);
-    const int at = KRT_REPLY_DATA_OFFSET + static_cast<int>(offsetof(_NVME_Adapter_Info, DID));
-    a.adapterInfo[at] = static_cast<KRT_U8>(did & 0xFF);
-    a.adapterInfo[at + 1] = static_cast<KRT_U8>(did >> 8);
+    std::memcpy(&a.adapterInfo[KRT_REPLY_DATA_OFFSET + offsetof(_NVME_Adapter_Info, DID)], &did, 2);
     std::memcpy(a.pairReply.data(), KRT_SIGN, sizeof KRT_SIGN);
     return a;
 }

@@ -19,8 +19,7 @@ namespace fake {
 using Page = std::array<KRT_U8, KRT_BUFFER_SIZE>;
 
 struct Adapter {
-    std::string name;
-    std::string signature;
+    std::string name, signature;
     bool openable = true;
     Page identify{};            // Identify Controller data
     Page adapterInfo{};         // reply of the direct adapter-information request
@@ -41,22 +40,29 @@ struct Driver {
     KRT_U32 listCount = ~0u;  // count reported instead of the real one
     std::vector<Request> requests;
     int openHandles = 0;
-    std::vector<std::string> initNames;  // signature names asked for
 };
 
 Driver &driver();
 
-// Installs the fake entry points with an empty driver; removes them again.
-void install();
-void uninstall();
-
 // An adapter of the managed kind: vendor and device ID as the build sets them.
 Adapter managedAdapter(const std::string &name, KRT_U16 vid = KRT_PCI_VENDOR_ID, KRT_U16 did = KRT_PCI_DEVICE_ID);
 
-class Installed {
-  public:
-    Installed() { install(); }
-    ~Installed() { uninstall(); }
+// Registers the adapters in the process-wide registry, then forgets the scan's requests.
+void scan(const std::vector<Adapter> &adapters);
+// Requests of one wire opcode; words from..to-1 of a request.
+std::vector<Request> sent(KRT_U8 opcode);
+std::vector<KRT_U32> dwords(const usr_io &io, int from, int to);
+// Puts a record into a reply page, behind the reply's head.
+template <typename T>
+void answer(Page &page, const T &record, std::size_t at = 0)
+{
+    std::memcpy(page.data() + KRT_REPLY_DATA_OFFSET + at, &record, sizeof record);
+}
+
+// Installs the fake entry points with an empty driver for its lifetime.
+struct Installed {
+    Installed();
+    ~Installed();
     Installed(const Installed &) = delete;
     Installed &operator=(const Installed &) = delete;
 };
