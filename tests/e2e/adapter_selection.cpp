@@ -6,38 +6,17 @@
 #include <vector>
 
 #include "machine.h"
+#include "text.h"
 
 namespace {
 
+using krt_test::has;
 using krt_test::SimMachine;
 
-bool has(const std::string &text, const std::string &part)
-{
-    return text.find(part) != std::string::npos;
-}
+const std::string kList = "Total number of NVMe Controllers: 3\nCurrent default NVMe Controller ID for CLI commands: ";
+const std::string kSet = " set as default CLI commands refers to.\n";
 
-// Runs typed lines in the shell and returns what it printed.
-std::string shell(const SimMachine &m, const std::string &lines)
-{
-    krt_test::RunOptions options;
-    options.input = lines + "exit\n";
-    return m.cli({}, options).out;
-}
-
-// The SUBNQN text a controller's block shows.
-std::string subnqnOf(const SimMachine &m, const std::string &adapter)
-{
-    const std::string out = m.cli({adapter, "info", "-o", "hba"}).out;
-    const std::string label = "SUBNQN:";
-    const std::size_t at = out.find(label);
-    if (at == std::string::npos) {
-        return "";
-    }
-    const std::size_t start = out.find_first_not_of(' ', at + label.size());
-    return out.substr(start, out.find('\n', start) - start);
-}
-
-TEST(AdapterSelection, ListAndId)
+TEST(AdapterSelection, OptionsAndTheirResults)
 {
     SimMachine m("multi");
     struct Case {
@@ -46,39 +25,29 @@ TEST(AdapterSelection, ListAndId)
         std::string out;
     };
     const Case cases[] = {
-        {{"adapter", "--list"},
-         0,
-         "Total number of NVMe Controllers: 3\nCurrent default NVMe Controller ID for CLI commands: 0\n"},
-        {{"2", "adapter", "--list"},
-         0,
-         "Total number of NVMe Controllers: 3\nCurrent default NVMe Controller ID for CLI commands: 2\n"},
+        {{"adapter", "--list"}, 0, kList + "0\n"},
+        {{"2", "adapter", "--list"}, 0, kList + "2\n"},
         // -i on the same line is announced but --list wins.
-        {{"adapter", "-i", "1", "--list"},
-         0,
-         "NVMe Controller 1 set as default CLI commands refers to.\n"
-         "Total number of NVMe Controllers: 3\nCurrent default NVMe Controller ID for CLI commands: 0\n"},
-        {{"adapter", "-i", "1"},
-         0,
-         "NVMe Controller 1 set as default CLI commands refers to.\nUpdated current NVMe Controller id : 0\n"},
+        {{"adapter", "-i", "1", "--list"}, 0, "NVMe Controller 1" + kSet + kList + "0\n"},
+        {{"adapter", "-i", "1"}, 0, "NVMe Controller 1" + kSet + "Updated current NVMe Controller id : 0\n"},
         {{"adapter", "-i", "3"}, 1, "NVMe Controller 3 does not exist.\n"},
         {{"adapter", "-i", "-1"}, 1, "-i : invalid NVMe Controller id '-1'\n"},
         {{"adapter", "-l"}, 1, ""},
-        {{"adapter", "-l", "x"},
-         0,
-         "Total number of NVMe Controllers: 3\nCurrent default NVMe Controller ID for CLI commands: 0\n"},
+        {{"adapter", "-l", "x"}, 0, kList + "0\n"},
         {{"adapter", "-s", "99:00.00"}, 0, "99:00.00 is not NVMe Controller\n"},
         {{"adapter", "-s", "12:00.00:0000"}, 1, "-s : length of slot should be no more than 12 characters\n"},
-        {{"adapter", "-n", "nqn.none"}, 1, "SUBNQN \"nqn.none\" does not exist.\n"},
-        {{"adapter", "-s", "12:00.00", "-i", "0"},
+        // Quotes do not count towards the twelve characters.
+        {{"adapter", "-s", "\"0000:03:00.0\"", "-i", "0"},
          1,
-         "NVMe Controller 0 set as default CLI commands refers to.\nargument '-s' not allow use in the same time.\n"},
+         "NVMe Controller 0" + kSet + "argument '-s' not allow use in the same time.\n"},
+        {{"adapter", "-n", "nqn.none"}, 1, "SUBNQN \"nqn.none\" does not exist.\n"},
+        {{"adapter", "-n", std::string(256, 'q')}, 1, "-n : length of subnqn should be no more than 255 characters\n"},
     };
     for (const Case &c : cases) {
         const auto r = m.cli(c.words);
         EXPECT_EQ(r.status, c.status) << testing::PrintToString(c.words);
         EXPECT_EQ(r.out, c.out) << testing::PrintToString(c.words);
     }
-
     const auto bare = m.cli({"adapter"});
     EXPECT_EQ(bare.status, 1);
     EXPECT_EQ(bare.out.substr(0, 74), "Description:Default NVMe Controller the following CLI commands refers to.\n");
@@ -87,34 +56,36 @@ TEST(AdapterSelection, ListAndId)
 TEST(AdapterSelection, LaterCommandsAddressTheChosenController)
 {
     SimMachine m("multi");
-    std::string out = shell(m, "adapter -i 2\ninfo -o pd -i 0\nadapter --list\n");
-    EXPECT_TRUE(has(out,
-                    "NVMe Controller 2 set as default CLI commands refers to.\n"
-                    "Updated current NVMe Controller id : 0\n"));
+    std::string out = m.shell("adapter -i 2\ninfo -o pd -i 0\nadapter --list\n");
+    EXPECT_TRUE(has(out, "NVMe Controller 2" + kSet + "Updated current NVMe Controller id : 0\n"));
     EXPECT_TRUE(has(out, "Importable:                      No\n"));  // the JBOF controller's disk
-    EXPECT_TRUE(has(out, "Current default NVMe Controller ID for CLI commands: 2\n"));
+    EXPECT_TRUE(has(out, kList + "2\n"));
 
-    out = shell(m, "adapter -s 11:00.00\ninfo -o vd\n");
+    out = m.shell("adapter -s 11:00.00\ninfo -o vd\n");
     EXPECT_TRUE(has(out, "Updated current NVMe Controller id : 1\n"));
     EXPECT_TRUE(has(out, "Name:                fast\n"));
 
     // A request that failed leaves the choice alone.
-    out = shell(m, "adapter -i 1\nadapter -i 7\nadapter --list\n");
+    out = m.shell("adapter -i 1\nadapter -i 7\nadapter --list\n");
     EXPECT_TRUE(has(out, "NVMe Controller 7 does not exist.\n"));
-    EXPECT_TRUE(has(out, "Current default NVMe Controller ID for CLI commands: 1\n"));
+    EXPECT_TRUE(has(out, kList + "1\n"));
 }
 
 TEST(AdapterSelection, BySubnqn)
 {
     SimMachine m("multi");
-    const std::string subnqn = subnqnOf(m, "2");
-    ASSERT_FALSE(subnqn.empty());
+    auto subnqnOf = [&m](const char *adapter) {
+        const std::string out = m.cli({adapter, "info", "-o", "hba"}).out;
+        const std::size_t start = out.find_first_not_of(' ', out.find("SUBNQN:") + 7);
+        return out.substr(start, out.find('\n', start) - start);
+    };
+    const std::string subnqn = subnqnOf("2");
     auto r = m.cli({"adapter", "-n", subnqn});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "Updated current NVMe Controller id : 2\n");
 
     // Quotes around the text are dropped.
-    const std::string out = shell(m, "adapter -n \"" + subnqnOf(m, "1") + "\"\ninfo -o vd\n");
+    const std::string out = m.shell("adapter -n \"" + subnqnOf("1") + "\"\ninfo -o vd\n");
     EXPECT_TRUE(has(out, "Updated current NVMe Controller id : 1\n"));
     EXPECT_TRUE(has(out, "Name:                fast\n"));
 

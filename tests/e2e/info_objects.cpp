@@ -6,24 +6,13 @@
 #include <vector>
 
 #include "machine.h"
+#include "text.h"
 
 namespace {
 
+using krt_test::has;
+using krt_test::occurrences;
 using krt_test::SimMachine;
-
-bool has(const std::string &text, const std::string &part)
-{
-    return text.find(part) != std::string::npos;
-}
-
-int occurrences(const std::string &text, const std::string &part)
-{
-    int n = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-        ++n;
-    }
-    return n;
-}
 
 const std::string kInfoHelpHead =
     "Description:For display NVMe Controller(hba), virtual disk(vd), physical disk(pd) or Namespace(ns) "
@@ -35,8 +24,11 @@ TEST(InfoOptions, UsageErrorsAndTheirOrder)
     struct Case {
         std::vector<std::string> words;
         int status;
-        std::string out;
+        std::string out;  // for the help: how it begins
     };
+    const std::string help =
+        "Description:For display NVMe Controller(hba), virtual disk(vd), physical disk(pd) or "
+        "Namespace(ns) information.\n";
     const Case cases[] = {
         {{"info", "-o", "pd", "-o", "vd"}, 1, "Duplicated option specified.\n"},
         {{"info", "-i", "1"}, 1, "info: option -o is required\n"},
@@ -50,37 +42,20 @@ TEST(InfoOptions, UsageErrorsAndTheirOrder)
         {{"info", "-o", "pd", "-i", "x", "-o", "vd"}, 1, "-i : id should be a number\n"},
         {{"info", "-o", "hba", "-i", "0"}, 1, "\n'info -o hba' does not support '-i' action\n"},
         {{"INFO", "-o", "ns", "-v", "1", "-v", "2"}, 1, "Duplicated option specified.\n"},
+        {{"info"}, 1, help},
+        {{"info", "-h"}, 0, help},
+        {{"info", "--help"}, 0, help},
+        {{"info", "-u", "3"}, 0, help},
+        {{"info", "-o", "vd", "--vd_id", "1"}, 0, help},  // only --vdid is known
+        {{"info", "-o"}, 0, help},
     };
     for (const Case &c : cases) {
         const auto r = m.cli(c.words);
         EXPECT_EQ(r.status, c.status) << testing::PrintToString(c.words);
-        EXPECT_EQ(r.out, c.out) << testing::PrintToString(c.words);
+        EXPECT_EQ(c.out == help ? r.out.substr(0, help.size()) : r.out, c.out) << testing::PrintToString(c.words);
     }
     // Nothing reached the controller beyond start-up's own questions.
     EXPECT_FALSE(has(m.krtsim({"log"}).out, "cdw12=0x000000e1"));
-}
-
-TEST(InfoOptions, HelpAndUnhandledOptions)
-{
-    SimMachine m("raid");
-    struct Case {
-        std::vector<std::string> words;
-        int status;
-    };
-    const Case cases[] = {
-        {{"info"}, 1},
-        {{"info", "-h"}, 0},
-        {{"info", "--help"}, 0},
-        {{"info", "-u", "3"}, 0},
-        {{"info", "-o", "vd", "--vd_id", "1"}, 0},  // only --vdid is known
-        {{"info", "-o"}, 0},
-    };
-    for (const Case &c : cases) {
-        const auto r = m.cli(c.words);
-        EXPECT_EQ(r.status, c.status) << testing::PrintToString(c.words);
-        EXPECT_EQ(r.out.substr(0, kInfoHelpHead.size()), kInfoHelpHead) << testing::PrintToString(c.words);
-        EXPECT_TRUE(has(r.out, "Usage: info -o <object>"));
-    }
 }
 
 TEST(InfoOptions, ObjectWordsIgnoreCaseAndOutputOptionPassesThrough)
@@ -91,15 +66,15 @@ TEST(InfoOptions, ObjectWordsIgnoreCaseAndOutputOptionPassesThrough)
         EXPECT_EQ(r.status, 0) << object;
         EXPECT_TRUE(has(r.out, "Total # of ")) << object << r.out;
     }
-    auto r = m.cli({"info", "-o", "ns", "-t", "LD", "--vdid", "1"});
-    EXPECT_TRUE(has(r.out, "NS ID:               3\n"));
-    EXPECT_TRUE(has(r.out, "Total # of NS:       1\n"));
-
-    r = m.cli({"info", "-o", "vd", "-output", "out.txt"});
+    const auto r = m.cli({"info", "-o", "vd", "-output", "out.txt"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "");
     EXPECT_TRUE(has(krt_test::readFile(m.dir().file("out.txt")), "Total # of VD:       2\n"));
 }
+
+const std::string kNoVD = "\nUnable to get info of VD\n";
+const std::string kNoPD = "\nUnable to get info of PD\n";
+const std::string kNoNS = "\nUnable to get info of NS\n";
 
 TEST(InfoRaid, VirtualDisks)
 {
@@ -107,31 +82,15 @@ TEST(InfoRaid, VirtualDisks)
     const auto r = m.cli({"info", "-o", "vd"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out,
-              "\n"
-              "VD ID:               0\n"
-              "Name:                data\n"
-              "Status:              Functional\n"
-              "Importable:          No\n"
-              "RAID Mode:           RAID5\n"
-              "size:                5365 GB\n"
-              "PD Count:            4\n"
-              "PDs:                 0 1 2 3 \n"
-              "Stripe Block Size:   128K\n"
+              "\nVD ID:               0\nName:                data\nStatus:              Functional\n"
+              "Importable:          No\nRAID Mode:           RAID5\nsize:                5365 GB\n"
+              "PD Count:            4\nPDs:                 0 1 2 3 \nStripe Block Size:   128K\n"
               "Sector Size:         512 bytes\n"
-              "\n"
-              "VD ID:               1\n"
-              "Name:                mirror\n"
-              "Status:              Functional\n"
-              "Importable:          No\n"
-              "RAID Mode:           RAID1\n"
-              "size:                1788 GB\n"
-              "PD Count:            2\n"
-              "PDs:                 4 5 \n"
-              "Stripe Block Size:   128K\n"
+              "\nVD ID:               1\nName:                mirror\nStatus:              Functional\n"
+              "Importable:          No\nRAID Mode:           RAID1\nsize:                1788 GB\n"
+              "PD Count:            2\nPDs:                 4 5 \nStripe Block Size:   128K\n"
               "Sector Size:         512 bytes\n"
-              "\n"
-              "Total # of VD:       2\n"
-              "\n");
+              "\nTotal # of VD:       2\n\n");
 
     // Each VD is asked for, then its background activity, by id in CDW14.
     const std::string log = m.krtsim({"log"}).out;
@@ -143,7 +102,7 @@ TEST(InfoRaid, VirtualDisks)
     const auto one = m.cli({"info", "-o", "ld", "-i", "1"});
     EXPECT_EQ(one.out.substr(0, 22), "VD ID:               1");
     EXPECT_FALSE(has(one.out, "Total #"));
-    EXPECT_EQ(m.cli({"info", "-o", "vd", "-i", "5"}).out, "\nUnable to get info of VD\n");
+    EXPECT_EQ(m.cli({"info", "-o", "vd", "-i", "5"}).out, kNoVD);
 }
 
 TEST(InfoRaid, PhysicalDisks)
@@ -158,45 +117,33 @@ TEST(InfoRaid, PhysicalDisks)
 
     r = m.cli({"info", "-o", "hd", "-i", "6"});
     EXPECT_EQ(r.out.substr(0, 34), "PD ID:                           6");
-    EXPECT_TRUE(has(r.out, "Serial:                          SSD010006000106     \n"));
     EXPECT_TRUE(has(r.out, "Assigned:                        No\nSMART Critical Warning:          No\n"));
-    EXPECT_EQ(m.cli({"info", "-o", "pd", "-i", "9"}).out, "\nUnable to get info of PD\n");
+    EXPECT_EQ(m.cli({"info", "-o", "pd", "-i", "9"}).out, kNoPD);
     // 255 is the id of "all".
     EXPECT_EQ(occurrences(m.cli({"info", "-o", "pd", "-i", "255"}).out, "PD ID:"), 8);
 }
 
-const std::string kRaidNs1 =
-    "NS ID:               1\n"
-    "Size:                2682 GB\n"
-    "Parent VD ID:        0\n"
-    "Valid:               Yes\n"
-    "Active:              Yes\n"
-    "VD status:           Healthy\n"
-    "\n";
-const std::string kRaidNs3 =
-    "NS ID:               3\n"
-    "Size:                1788 GB\n"
-    "Parent VD ID:        1\n"
-    "Valid:               Yes\n"
-    "Active:              Yes\n"
-    "VD status:           Healthy\n"
-    "\n";
-
 TEST(InfoRaid, Namespaces)
 {
+    const std::string ns1 =
+        "NS ID:               1\nSize:                2682 GB\nParent VD ID:        0\nValid:               Yes\n"
+        "Active:              Yes\nVD status:           Healthy\n\n";
+    const std::string ns3 =
+        "NS ID:               3\nSize:                1788 GB\nParent VD ID:        1\nValid:               Yes\n"
+        "Active:              Yes\nVD status:           Healthy\n\n";
     SimMachine m("raid");
     auto r = m.cli({"info", "-o", "ns"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(occurrences(r.out, "NS ID:"), 3);
-    EXPECT_EQ(r.out.substr(0, kRaidNs1.size()), kRaidNs1);
-    EXPECT_TRUE(has(r.out, kRaidNs3 + "Total # of NS:       3\n\n"));
+    EXPECT_EQ(r.out.substr(0, ns1.size()), ns1);
+    EXPECT_TRUE(has(r.out, ns3 + "Total # of NS:       3\n\n"));
 
-    EXPECT_EQ(m.cli({"info", "-o", "ns", "-i", "3"}).out, kRaidNs3);
-    EXPECT_EQ(m.cli({"info", "-o", "ns", "-i", "7"}).out, "\nUnable to get info of NS\n");
-    EXPECT_EQ(m.cli({"info", "-o", "ns", "-t", "vd", "-v", "1"}).out, kRaidNs3 + "Total # of NS:       1\n\n");
+    EXPECT_EQ(m.cli({"info", "-o", "ns", "-i", "3"}).out, ns3);
+    EXPECT_EQ(m.cli({"info", "-o", "ns", "-i", "7"}).out, kNoNS);
+    EXPECT_EQ(m.cli({"info", "-o", "ns", "-t", "LD", "--vdid", "1"}).out, ns3 + "Total # of NS:       1\n\n");
     // The controller refuses a VD it does not have.
-    EXPECT_EQ(m.cli({"info", "-o", "ns", "-t", "vd", "-v", "6"}).out, "\nUnable to get info of VD\n");
-    EXPECT_EQ(m.cli({"info", "-o", "ns", "-t", "vd", "-i", "1"}).out, kRaidNs1);
+    EXPECT_EQ(m.cli({"info", "-o", "ns", "-t", "vd", "-v", "6"}).out, kNoVD);
+    EXPECT_EQ(m.cli({"info", "-o", "ns", "-t", "vd", "-i", "1"}).out, ns1);
 
     const std::string log = m.krtsim({"log"}).out;
     EXPECT_TRUE(has(log, "cdw12=0x000000e5 cdw13=0x00000000 cdw14=0x00000000"));
@@ -209,20 +156,24 @@ TEST(InfoRaid, Controller)
     SimMachine m("raid");
     auto r = m.cli({"info", "-o", "hba"});
     EXPECT_EQ(r.status, 0);
-    for (const char *line :
-         {"NVMe Controller ID:                  0\n", "Device:                              vmhba1\n",
-          "Firmware Version:                    2.1.0.0035\n", "VID:                                 0x1e6b\n",
-          "DID:                                 0x7a10\n", "RevisionID:                          A1V\n",
-          "Max PD of Per VD:                    32\n", "Max VD:                              8\n",
-          "Max NS:                              32\n", "Host ID:                             1\n",
-          "Supported RAID Mode:                 RAID0 RAID1 RAID5 RAID6 RAID10 RAID50 RAID60 JBOD \n",
-          "Supported Features:                  Import RAID Namespace \n",
-          "End Point:                           0\n  Link width:                        8x\n"
-          "  Max PCIe speed:                    8Gb/s\n\nTotal # of HBA:      1\n\n"}) {
-        EXPECT_TRUE(has(r.out, line)) << line;
-    }
-    EXPECT_TRUE(
-        has(r.out, "SUBNQN:                              nqn.2026-01.io.krt:nvme-controller:serial:KRT00001000"));
+    EXPECT_EQ(r.out,
+              "NVMe Controller ID:                  0\nBus Device Fun:                      10:00.00\n"
+              "Device:                              vmhba1\n"
+              "SUBNQN:                              nqn.2026-01.io.krt:nvme-controller:serial:KRT00001000       0\n"
+              "Firmware Version:                    2.1.0.0035\nVID:                                 0x1e6b\n"
+              "SVID:                                0x1e6b\nDID:                                 0x7a10\n"
+              "SDID:                                0x1\nRevisionID:                          A1V\n"
+              "Port Count:                          8\nMax PD of Per VD:                    32\n"
+              "Max VD:                              8\nMax PD:                              32\n"
+              "Max NS of Per VD:                    8\nMax NS:                              32\n"
+              "Host ID:                             1\n"
+              "Supported RAID Mode:                 RAID0 RAID1 RAID5 RAID6 RAID10 RAID50 RAID60 JBOD \n"
+              "Cache:                               On \n"
+              "Supported BGA Features:              Initialization Rebuild Sync Migrate MediaPatrol \n"
+              "Support Stripe Size:                 128KB 256KB 512KB \n"
+              "Supported Features:                  Import RAID Namespace \n"
+              "End Point:                           0\n  Link width:                        8x\n"
+              "  Max PCIe speed:                    8Gb/s\n\nTotal # of HBA:      1\n\n");
 
     // Bound to a controller by the leading number: that one, no total.
     r = m.cli({"0", "info", "-o", "hba"});
@@ -257,32 +208,21 @@ TEST(InfoMulti, EveryControllerAndTheBoundOne)
 TEST(InfoJbof, EveryObject)
 {
     SimMachine m("jbof");
-    auto r = m.cli({"info", "-o", "pd", "-i", "0"});
-    EXPECT_EQ(r.out,
+    EXPECT_EQ(m.cli({"info", "-o", "pd", "-i", "0"}).out,
               "PD ID:                           0\n"
               "Model:                           NVMe SSD 1920GB                         \n"
               "Serial:                          SSD010000000100     \n"
-              "Sector Size:                     512 bytes\n"
-              "LBA:                             3750748848\n"
-              "Size:                            1788 GB\n"
-              "SSD backend RC/Slot ID:          0\n"
-              "SSD backend Namespace ID:        1\n"
-              "Firmware version:                1.0.3   \n"
-              "Status:                          Idle\n"
-              "Assigned:                        No\n"
-              "Importable:                      No\n"
-              "SMART Critical Warning:          No\n");
+              "Sector Size:                     512 bytes\nLBA:                             3750748848\n"
+              "Size:                            1788 GB\nSSD backend RC/Slot ID:          0\n"
+              "SSD backend Namespace ID:        1\nFirmware version:                1.0.3   \n"
+              "Status:                          Idle\nAssigned:                        No\n"
+              "Importable:                      No\nSMART Critical Warning:          No\n");
     EXPECT_TRUE(has(m.cli({"info", "-o", "pd"}).out, "Total # of PD:          4\n"));
 
-    r = m.cli({"info", "-o", "ns", "-i", "2"});
-    EXPECT_EQ(r.out,
-              "NS ID:               2\n"
-              "Size:                1788 GB\n"
-              "Parent PD ID:        1\n"
-              "Valid:               Yes\n"
-              "Active:              Yes\n"
-              "\n");
-    r = m.cli({"info", "-o", "ns"});
+    EXPECT_EQ(m.cli({"info", "-o", "ns", "-i", "2"}).out,
+              "NS ID:               2\nSize:                1788 GB\nParent PD ID:        1\n"
+              "Valid:               Yes\nActive:              Yes\n\n");
+    auto r = m.cli({"info", "-o", "ns"});
     EXPECT_EQ(occurrences(r.out, "Parent PD ID:"), 4);
     EXPECT_FALSE(has(r.out, "VD status:"));
     EXPECT_TRUE(has(r.out, "Total # of NS:       4\n"));
@@ -304,21 +244,13 @@ TEST(InfoJbof, EveryObject)
 TEST(InfoDegraded, MissingMemberParityAndActivities)
 {
     SimMachine m("degraded");
-    auto r = m.cli({"info", "-o", "vd", "-i", "0"});
-    EXPECT_EQ(r.out,
-              "VD ID:               0\n"
-              "Name:                archive\n"
-              "Status:              Degrade\n"
-              "Importable:          No\n"
-              "RAID Mode:           RAID6\n"
-              "size:                3576 GB\n"
-              "PD Count:            4\n"
-              "PDs:                 0 1 2 ? \n"
-              "Parity Disk Number:  2\n"
-              "Stripe Block Size:   128K\n"
-              "Sector Size:         512 bytes\n"
+    EXPECT_EQ(m.cli({"info", "-o", "vd", "-i", "0"}).out,
+              "VD ID:               0\nName:                archive\nStatus:              Degrade\n"
+              "Importable:          No\nRAID Mode:           RAID6\nsize:                3576 GB\n"
+              "PD Count:            4\nPDs:                 0 1 2 ? \nParity Disk Number:  2\n"
+              "Stripe Block Size:   128K\nSector Size:         512 bytes\n"
               "BGA progress:        Rebuilding is pause in 40%\n");
-    r = m.cli({"info", "-o", "vd", "-i", "1"});
+    auto r = m.cli({"info", "-o", "vd", "-i", "1"});
     EXPECT_TRUE(has(r.out, "RAID Mode:           RAID5\n"));
     EXPECT_FALSE(has(r.out, "Parity Disk Number:"));
     EXPECT_TRUE(has(r.out, "BGA progress:        Initializing is running in 10%\n"));
@@ -337,60 +269,50 @@ TEST(InfoFaults, RepliesThatFail)
 {
     SimMachine m("raid");
     struct Case {
-        std::vector<std::string> fault;
-        std::vector<std::string> words;
+        const char *cdw12;
+        std::vector<std::string> effect, words;
         std::string out;
     };
+    const std::vector<std::string> nsOfVDs{"info", "-o", "ns", "-t", "vd"}, pd0{"info", "-o", "pd", "-i", "0"};
     const Case cases[] = {
-        {{"--cdw12", "0x000000e2", "--bad-sign"}, {"info", "-o", "vd", "-i", "0"}, "\nUnable to get info of VD\n"},
-        {{"--cdw12", "0x000000e2", "--envelope-status", "3"}, {"info", "-o", "vd"}, "\nNo virtual disk is found.\n"},
-        {{"--cdw12", "0x000000e1", "--envelope-status", "3"},
-         {"info", "-o", "pd", "-i", "0"},
-         "\nUnable to get info of PD\n"},
-        {{"--cdw12", "0x000000e1", "--status", "0x0107"},
-         {"info", "-o", "pd", "-i", "0"},
-         "Invalid Firmware Image (Status Code: 0x107)\n\nUnable to get info of PD\n"},
-        {{"--cdw12", "0x000000e5", "--bad-sign"}, {"info", "-o", "ns"}, "\nUnable to get info of NS\n"},
-        {{"--cdw12", "0x000000e5", "--envelope-status", "3"},
-         {"info", "-o", "ns", "-i", "1"},
-         "\nUnable to get info of NS\n"},
-        {{"--cdw12", "0x00ff01e5", "--envelope-status", "1"},
-         {"info", "-o", "ns", "-t", "vd"},
-         "\nUnable to get info of VD\n"},
-        {{"--cdw12", "0x00ff01e5", "--status", "0x0702"},
-         {"info", "-o", "ns", "-t", "vd"},
-         "Unknown error (Status Code: 0x702)\n\nUnable to get info of VD\n"},
+        {"0x000000e2", {"--bad-sign"}, {"info", "-o", "vd", "-i", "0"}, kNoVD},
+        {"0x000000e2", {"--envelope-status", "3"}, {"info", "-o", "vd"}, "\nNo virtual disk is found.\n"},
+        {"0x000000e1", {"--envelope-status", "3"}, pd0, kNoPD},
+        {"0x000000e1", {"--status", "0x0107"}, pd0, "Invalid Firmware Image (Status Code: 0x107)\n" + kNoPD},
+        {"0x000000e5", {"--bad-sign"}, {"info", "-o", "ns"}, kNoNS},
+        {"0x000000e5", {"--envelope-status", "3"}, {"info", "-o", "ns", "-i", "1"}, kNoNS},
+        {"0x00ff01e5", {"--envelope-status", "1"}, nsOfVDs, kNoVD},
+        {"0x00ff01e5", {"--status", "0x0702"}, nsOfVDs, "Unknown error (Status Code: 0x702)\n" + kNoVD},
     };
     for (const Case &c : cases) {
         m.krtsim({"fault", "clear"});
-        std::vector<std::string> add{"fault", "add", "--opcode", "0xe2"};
-        add.insert(add.end(), c.fault.begin(), c.fault.end());
+        std::vector<std::string> add{"fault", "add", "--opcode", "0xe2", "--cdw12", c.cdw12};
+        add.insert(add.end(), c.effect.begin(), c.effect.end());
         ASSERT_EQ(m.krtsim(add).status, 0) << testing::PrintToString(add);
         const auto r = m.cli(c.words);
-        EXPECT_EQ(r.status, 0) << testing::PrintToString(c.fault);
-        EXPECT_EQ(r.out, c.out) << testing::PrintToString(c.fault);
+        EXPECT_EQ(r.status, 0) << testing::PrintToString(add);
+        EXPECT_EQ(r.out, c.out) << testing::PrintToString(add);
     }
 }
 
 TEST(InfoFaults, ControllerQueryFailsAfterStartUp)
 {
     SimMachine m("multi");
-    // Start-up reads every controller itself; count those reads so that a
-    // harmless first rule lets them pass and catches info's query of the second controller.
+    // Start-up reads every controller itself; a harmless first rule lets those
+    // reads pass, the second catches info's query of the second controller.
     m.krtsim({"log", "clear"});
     m.cli({"version"});
     const int startUpReads = occurrences(m.krtsim({"log"}).out,
                                          "vmhba2 opc=0xe2 nsid=0 cdw10=0x00000000 "
                                          "cdw11=0x00000000 cdw12=0x000000e0");
     ASSERT_GT(startUpReads, 0);
-    ASSERT_EQ(m.krtsim({"fault", "add", "--adapter", "1", "--opcode", "0xe2", "--cdw12", "0x000000e0", "--count",
-                        std::to_string(startUpReads), "--envelope-status", "0"})
-                  .status,
-              0);
-    ASSERT_EQ(m.krtsim({"fault", "add", "--adapter", "1", "--opcode", "0xe2", "--cdw12", "0x000000e0", "--count", "1",
-                        "--bad-sign"})
-                  .status,
-              0);
+    for (const std::vector<std::string> &effect :
+         {std::vector<std::string>{"--count", std::to_string(startUpReads), "--envelope-status", "0"},
+          std::vector<std::string>{"--count", "1", "--bad-sign"}}) {
+        std::vector<std::string> add{"fault", "add", "--adapter", "1", "--opcode", "0xe2", "--cdw12", "0x000000e0"};
+        add.insert(add.end(), effect.begin(), effect.end());
+        ASSERT_EQ(m.krtsim(add).status, 0);
+    }
     const auto r = m.cli({"info", "-o", "hba"});
     EXPECT_EQ(occurrences(r.out, "NVMe Controller ID:"), 2);
     EXPECT_TRUE(has(r.out, "\nUnable to get info of NVMe Controller 1\n"));
@@ -408,14 +330,18 @@ TEST(InfoFaults, OverlongRepliesAreReadWithinTheirBounds)
     EXPECT_EQ(occurrences(r.out, "NS ID:"), 42);
     EXPECT_TRUE(has(r.out, "Total # of NS:       42\n"));
 
+    // A name without terminator, and no more than 32 members.
     r = m.cli({"info", "-o", "vd", "-i", "0"});
-    EXPECT_TRUE(has(r.out, "Name:                XXXXXXXXXXXXXXXX\n"));
-    EXPECT_TRUE(has(r.out, "PD Count:            255\n"));
-    EXPECT_TRUE(has(r.out, "PDs:                 0 1 2 ? 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 \n"));
+    EXPECT_TRUE(has(r.out, "Name:                XXXXXXXXXXXXXXXX\nStatus:"));
+    EXPECT_TRUE(has(r.out,
+                    "PD Count:            255\n"
+                    "PDs:                 0 1 2 ? 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 \n"));
 
     r = m.cli({"info", "-o", "pd", "-i", "0"});
-    EXPECT_TRUE(has(r.out, "Model:                           " + std::string(40, 'X') + "\n"));
-    EXPECT_TRUE(has(r.out, "Serial:                          " + std::string(20, 'X') + "\n"));
+    EXPECT_TRUE(has(r.out, "Model:                           " + std::string(40, 'X') +
+                               "\n"
+                               "Serial:                          " +
+                               std::string(20, 'X') + "\n"));
     EXPECT_TRUE(has(r.out, "Firmware version:                XXXXXXXX\n"));
 }
 

@@ -2,50 +2,38 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "machine.h"
+#include "text.h"
 
 namespace {
 
+using krt_test::has;
 using krt_test::SimMachine;
-
-bool has(const std::string &text, const std::string &part)
-{
-    return text.find(part) != std::string::npos;
-}
-
-std::string shell(const SimMachine &m, const std::string &lines)
-{
-    krt_test::RunOptions options;
-    options.input = lines + "exit\n";
-    return m.cli({}, options).out;
-}
-
-const std::string kVersion = "CLI Version: 1.0.0.1041\nSupport Firmware Version: 1.0.x.1039 above\n";
 
 TEST(Version, ShowsVersionsWithoutAskingTheController)
 {
+    const std::string version = "CLI Version: 1.0.0.1041\nSupport Firmware Version: 1.0.x.1039 above\n";
     SimMachine m("raid");
     m.krtsim({"log", "clear"});
     auto r = m.cli({"version"});
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, kVersion);
-    EXPECT_FALSE(has(m.krtsim({"log"}).out, "opc=0xe2 nsid=0 cdw10=0x00000000 cdw11=0x00000000 cdw12=0x000012"));
+    EXPECT_EQ(r.out, version);
+    EXPECT_FALSE(has(m.krtsim({"log"}).out, "cdw12=0x000012"));
 
     r = m.cli({"version", "-i", "x"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out.substr(0, 55), "Description:Show API, CLI and support firmware version\n");
     EXPECT_EQ(m.cli({"version", "--bogus"}).status, 1);
-
-    r = krt_test::cliWithoutLibrary({"version"});
     // Without a controller, version still runs after start-up's notice.
-    EXPECT_TRUE(has(r.out, "No NVMe Controller is found.\n" + kVersion));
+    EXPECT_TRUE(has(krt_test::cliWithoutLibrary({"version"}).out, "No NVMe Controller is found.\n" + version));
 }
 
 TEST(Debug, SwitchShowsRequestWordsInTheSameSession)
 {
     SimMachine m("degraded");
-    std::string out = shell(m, "--debug\ninfo -o vd -i 1\n--debug -a disable\ninfo -o vd -i 0\n");
+    std::string out = m.shell("--debug\ninfo -o vd -i 1\n--debug -a disable\ninfo -o vd -i 0\n");
     EXPECT_TRUE(has(out,
                     "Set debug mode to enable\n"
                     "CDW[0] : 0x000000e2\nCDW[12]: 0x000000e2\nCDW[14]: 0x00000001\ncmd_status: 0x0\n"
@@ -57,12 +45,12 @@ TEST(Debug, SwitchShowsRequestWordsInTheSameSession)
     EXPECT_TRUE(has(out, "Set debug mode to disable\nVD ID:               0\n"));
 
     // Any action word but "disable" switches it on.
-    out = shell(m, "--debug -a off\ninfo -o ns -i 1\n");
+    out = m.shell("--debug -a off\ninfo -o ns -i 1\n");
     EXPECT_TRUE(has(out, "Set debug mode to enable\nCDW[0] : 0x000000e2\nCDW[12]: 0x000000e5\ncmd_status: 0x0\n"));
 
     // A reply without our signature is described.
     m.krtsim({"fault", "add", "--opcode", "0xe2", "--cdw12", "0x000000e1", "--bad-sign"});
-    out = shell(m, "--debug\ninfo -o pd -i 2\n");
+    out = m.shell("--debug\ninfo -o pd -i 2\n");
     EXPECT_TRUE(has(out,
                     "CDW[14]: 0x00000002\nreceive sign get 0x42 0x41 0x44 expect 0x4b 0x52 0x54\n"
                     "\nUnable to get info of PD\n"));
@@ -72,40 +60,36 @@ TEST(DebugLevel, SendsTheTargetAndReportsTheOutcome)
 {
     SimMachine m("raid");
     m.krtsim({"log", "clear"});
-    auto r = m.cli({"debuglv", "-t", "1"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "debug level access to error only success.\n");
-    EXPECT_TRUE(has(m.krtsim({"log"}).out,
-                    "vmhba1 opc=0xe2 nsid=0 cdw10=0x00000000 cdw11=0x00000000 "
-                    "cdw12=0x000112e0 cdw13=0x00000000 cdw14=0x00000000 cdw15=0x00000000"));
-
-    r = m.cli({"debuglv", "--target=0"});
-    EXPECT_EQ(r.out, "debug level access to normal success.\n");
-    EXPECT_TRUE(has(m.krtsim({"log"}).out, "cdw12=0x000012e0"));
-
-    const std::string out = shell(m, "--debug\ndebuglv -t 1\n");
-    EXPECT_TRUE(has(out, "CDW[0] : 0x000000e2\nCDW[12]: 0x000112e0\ndebug level access to error only success.\n"));
-
-    m.krtsim({"fault", "add", "--opcode", "0xe2", "--cdw12", "0x000012e0", "--status", "0x0107"});
-    r = m.cli({"debuglv", "-t", "0"});
-    EXPECT_EQ(r.status, 0x07);  // the status 0x107 as an exit status
-    EXPECT_EQ(r.out, "Invalid Firmware Image (Status Code: 0x107)\ndebug level access to normal failed.\n");
-
     struct Case {
         std::vector<std::string> words;
         int status;
         std::string out;
     };
     const Case cases[] = {
+        {{"debuglv", "-t", "1"}, 0, "debug level access to error only success.\n"},
+        {{"debuglv", "--target=0"}, 0, "debug level access to normal success.\n"},
         {{"debuglv", "-t", "2"}, 0, "-t : invalid target '2'.\n"},
         {{"debuglv", "-t", "0", "-t", "1"}, 1, "Duplicated option specified.\n"},
         {{"debuglv", "x"}, 0, "debuglv: option -t is required\n"},
     };
     for (const Case &c : cases) {
-        r = m.cli(c.words);
+        const auto r = m.cli(c.words);
         EXPECT_EQ(r.status, c.status) << testing::PrintToString(c.words);
         EXPECT_EQ(r.out, c.out) << testing::PrintToString(c.words);
     }
+    const std::string log = m.krtsim({"log"}).out;
+    EXPECT_TRUE(has(log,
+                    "vmhba1 opc=0xe2 nsid=0 cdw10=0x00000000 cdw11=0x00000000 "
+                    "cdw12=0x000112e0 cdw13=0x00000000 cdw14=0x00000000 cdw15=0x00000000"));
+    EXPECT_TRUE(has(log, "cdw12=0x000012e0"));
+
+    EXPECT_TRUE(has(m.shell("--debug\ndebuglv -t 1\n"),
+                    "CDW[0] : 0x000000e2\nCDW[12]: 0x000112e0\ndebug level access to error only success.\n"));
+
+    m.krtsim({"fault", "add", "--opcode", "0xe2", "--cdw12", "0x000012e0", "--status", "0x0107"});
+    const auto r = m.cli({"debuglv", "-t", "0"});
+    EXPECT_EQ(r.status, 0x07);  // the status 0x107 as an exit status
+    EXPECT_EQ(r.out, "Invalid Firmware Image (Status Code: 0x107)\ndebug level access to normal failed.\n");
 }
 
 }  // namespace
