@@ -1,20 +1,30 @@
-// A small client of the simulated platform library, loaded with dlopen the
-// way the tool loads it, for the simulator's own tests and the benchmark.
+// A simulated machine seen from inside the test process: krtsim resets its
+// state, and the platform library, loaded with dlopen as the tool loads it,
+// is pointed at it through KRTSIM_STATE.
 #pragma once
 
 #include <dlfcn.h>
 
 #include <array>
+#include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "krt/admin.h"
 #include "krt/driver.h"
 #include "krt/platform.h"
+#include "krt/records.h"
+#include "machine.h"
 
 namespace krt_sim_test {
+
+using Reply = std::array<KRT_U8, 4096>;
+using Words = std::array<KRT_U32, 16>;
+inline const char *const kSig = "nvmeMgmt-vmhba1";
 
 struct AdminResult {
     int rc = -1;             // the library call's own result
@@ -22,11 +32,50 @@ struct AdminResult {
     KRT_U32 compStatus = 0;  // (SCT << 8) + SC from the completion
 };
 
-class SimClient {
+// Command words from {index, value} pairs.
+inline Words cmd(std::initializer_list<std::pair<int, KRT_U32>> set)
+{
+    Words w{};
+    for (auto [i, v] : set)
+        w[static_cast<size_t>(i)] = v;
+    return w;
+}
+
+// A record from a reply, by default right after the 8-byte envelope.
+template <typename T, size_t N>
+T record(const std::array<KRT_U8, N> &reply, size_t at = 8)
+{
+    T t;
+    std::memcpy(&t, reply.data() + at, sizeof t);
+    return t;
+}
+
+template <typename T>
+std::vector<KRT_U8> bytesOf(const T &t)
+{
+    auto *b = reinterpret_cast<const KRT_U8 *>(&t);
+    return {b, b + sizeof t};
+}
+
+inline std::string text(const KRT_U8 *p, size_t n)
+{
+    return std::string(reinterpret_cast<const char *>(p), n);
+}
+
+inline vmk_MgmtApiSignature signature(const char *name, KRT_U32 version = NVME_MGMT_VERSION)
+{
+    vmk_MgmtApiSignature sig{};
+    sig.version = version;
+    std::strncpy(sig.name.string, name, sizeof sig.name.string - 1);
+    std::strncpy(sig.vendor.string, NVME_MGMT_VENDOR, sizeof sig.vendor.string - 1);
+    return sig;
+}
+
+class LibMachine {
   public:
-    explicit SimClient(const std::string &libraryPath)
+    explicit LibMachine(const std::string &fixture) : machine_(fixture)
     {
-        lib_ = dlopen(libraryPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+        lib_ = dlopen((krt_test::simLibDir() + "/libvmkmgmt.so").c_str(), RTLD_NOW | RTLD_LOCAL);
         if (lib_ == nullptr)
             throw std::runtime_error(std::string("dlopen: ") + dlerror());
         init = reinterpret_cast<vmk_MgmtUserInit_fn>(dlsym(lib_, "vmk_MgmtUserInit"));
@@ -34,22 +83,15 @@ class SimClient {
         destroy = reinterpret_cast<vmk_MgmtUserDestroy_fn>(dlsym(lib_, "vmk_MgmtUserDestroy"));
         if (!init || !invoke || !destroy)
             throw std::runtime_error("missing entry point");
+        setenv("KRTSIM_STATE", machine_.statePath().c_str(), 1);
     }
-    ~SimClient() { dlclose(lib_); }
-    SimClient(const SimClient &) = delete;
-    SimClient &operator=(const SimClient &) = delete;
-
-    static vmk_MgmtApiSignature signature(const char *name, KRT_U32 version = NVME_MGMT_VERSION)
+    ~LibMachine()
     {
-        vmk_MgmtApiSignature sig{};
-        sig.version = version;
-        std::strncpy(sig.name.string, name, sizeof sig.name.string - 1);
-        std::strncpy(sig.vendor.string, NVME_MGMT_VENDOR, sizeof sig.vendor.string - 1);
-        sig.numCallbacks = 0;
-        return sig;
+        unsetenv("KRTSIM_STATE");
+        dlclose(lib_);
     }
 
-    // The driver's adapter list; rc is the library's result.
+    // The driver's adapter list; the library's result.
     int list(nvme_adapter_list &out) const
     {
         std::memset(&out, 0, sizeof out);
@@ -63,19 +105,16 @@ class SimClient {
         return rc;
     }
 
-    // One admin command on the adapter with this signature, opening and
-    // closing a handle around it as the tool does.
-    AdminResult admin(const char *adapterSignature, const std::array<KRT_U32, 16> &cmd, KRT_U8 direction, void *data,
-                      KRT_U32 length) const
+    // One admin command, opening and closing a handle around it as the tool does.
+    AdminResult admin(const Words &words, KRT_U8 direction, void *data, KRT_U32 length, const char *sig = kSig) const
     {
         AdminResult r;
-        vmk_MgmtApiSignature sig = signature(adapterSignature);
+        vmk_MgmtApiSignature s = signature(sig);
         vmk_MgmtUserHandle h = nullptr;
-        r.rc = init(&sig, 0, &h);
-        if (r.rc != 0)
+        if ((r.rc = init(&s, 0, &h)) != 0)
             return r;
         usr_io io{};
-        std::memcpy(io.cmd, cmd.data(), sizeof io.cmd);
+        std::memcpy(io.cmd, words.data(), sizeof io.cmd);
         io.direction = direction;
         io.length = length;
         io.addr = reinterpret_cast<KRT_U64>(data);
@@ -87,61 +126,73 @@ class SimClient {
         r.compStatus = nvme_comp_status(io.comp[3]);
         return r;
     }
+    template <size_t N>
+    KRT_U32 read(const Words &words, std::array<KRT_U8, N> &buf) const
+    {
+        return admin(words, XFER_FROM_DEV, buf.data(), N).compStatus;
+    }
+    KRT_U32 send(const Words &words, std::vector<KRT_U8> data = {}) const
+    {
+        return admin(words, XFER_TO_DEV, data.empty() ? nullptr : data.data(), static_cast<KRT_U32>(data.size()))
+            .compStatus;
+    }
+    // A vendor request without data, as the array commands send it.
+    KRT_U32 act(KRT_U32 cdw12, KRT_U32 cdw13 = 0, KRT_U32 cdw14 = 0) const
+    {
+        return send(cmd({{0, KRT_VENDOR_OPCODE}, {12, cdw12}, {13, cdw13}, {14, cdw14}}));
+    }
 
     // A direct vendor request (opcode 0xE2) reading 4096 bytes.
-    AdminResult direct(const char *sig, KRT_U32 cdw12, KRT_U32 cdw14, std::array<KRT_U8, 4096> &reply) const
+    AdminResult direct(KRT_U32 cdw12, KRT_U32 cdw14, Reply &reply, const char *sig = kSig) const
     {
         reply.fill(0);
-        std::array<KRT_U32, 16> cmd{};
-        cmd[0] = KRT_VENDOR_OPCODE;
-        cmd[12] = cdw12;
-        cmd[14] = cdw14;
-        return admin(sig, cmd, XFER_FROM_DEV, reply.data(), reply.size());
+        return admin(cmd({{0, KRT_VENDOR_OPCODE}, {12, cdw12}, {14, cdw14}}), XFER_FROM_DEV, reply.data(), reply.size(),
+                     sig);
+    }
+    Reply query(KRT_U32 cdw12, KRT_U32 cdw14 = 0) const
+    {
+        Reply reply;
+        direct(cdw12, cdw14, reply);
+        return reply;
     }
 
     // A paired request: the send with the request head, then the receive.
-    AdminResult paired(const char *sig, std::vector<KRT_U16> words, const std::vector<KRT_U8> &input,
-                       std::array<KRT_U8, 4096> &reply) const
+    AdminResult paired(std::vector<KRT_U16> words, const std::vector<KRT_U8> &input, Reply &reply) const
     {
-        std::array<KRT_U8, 4096> request{};
+        Reply request{};
         _NVMESendData head{};
-        head.sign[0] = 'K';
-        head.sign[1] = 'R';
-        head.sign[2] = 'T';
+        std::memcpy(head.sign, "KRT", 3);
         head.cmd_length = static_cast<KRT_U8>(words.size());
         head.data_offset = KRT_PAIR_DATA_OFFSET;
         head.data_length = static_cast<KRT_U16>(input.size());
         for (size_t i = 0; i < words.size() && i < 4; ++i)
             head.vendor_cmd[i] = words[i];
         std::memcpy(request.data(), &head, KRT_PAIR_DATA_OFFSET);
-        if (!input.empty())
-            std::memcpy(request.data() + KRT_PAIR_DATA_OFFSET, input.data(), input.size());
-        std::array<KRT_U32, 16> send{};
-        send[0] = KRT_PAIR_SEND_WIRE;
-        send[10] = KRT_PAIR_CDW10;
-        send[11] = KRT_PAIR_CDW11;
+        std::copy(input.begin(), input.end(), request.begin() + KRT_PAIR_DATA_OFFSET);
+        Words send = cmd({{0, KRT_PAIR_SEND_WIRE}, {10, KRT_PAIR_CDW10}, {11, KRT_PAIR_CDW11}, {15, KRT_PAIR_CDW15}});
         send[12] = (static_cast<KRT_U32>(words.size() > 1 ? words[1] : 0) << 16) | words[0];
-        send[15] = KRT_PAIR_CDW15;
-        AdminResult r = admin(sig, send, XFER_TO_DEV, request.data(), request.size());
+        AdminResult r = admin(send, XFER_TO_DEV, request.data(), request.size());
         if (r.rc != 0 || r.status != 0)
             return r;
-        return receive(sig, reply);
+        return receive(reply);
     }
-
-    AdminResult receive(const char *sig, std::array<KRT_U8, 4096> &reply) const
+    AdminResult receive(Reply &reply) const
     {
         reply.fill(0);
-        std::array<KRT_U32, 16> recv{};
-        recv[0] = KRT_PAIR_RECEIVE_WIRE;
-        recv[15] = KRT_PAIR_CDW15;
-        return admin(sig, recv, XFER_FROM_DEV, reply.data(), reply.size());
+        return admin(cmd({{0, KRT_PAIR_RECEIVE_WIRE}, {15, KRT_PAIR_CDW15}}), XFER_FROM_DEV, reply.data(),
+                     reply.size());
     }
+
+    krt_test::RunResult krtsim(const std::vector<std::string> &words) const { return machine_.krtsim(words); }
+    std::string log() const { return machine_.krtsim({"log"}).out; }
+    const krt_test::SimMachine &machine() const { return machine_; }
 
     vmk_MgmtUserInit_fn init = nullptr;
     vmk_MgmtUserCallbackInvokeInt_fn invoke = nullptr;
     vmk_MgmtUserDestroy_fn destroy = nullptr;
 
   private:
+    krt_test::SimMachine machine_;
     void *lib_ = nullptr;
 };
 
