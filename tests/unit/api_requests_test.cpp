@@ -122,7 +122,7 @@ TEST_F(Api, ClassFormRequests)
 {
     std::vector<KRT_U8> buf(4096, 0);
     auto *head = reinterpret_cast<_RequestHeader *>(buf.data());
-    KRT_U8 *b = buf.data(), small[8] = {}, preCreate[KRT_PRECREATE_VD_SIZE] = {};
+    KRT_U8 *b = buf.data(), preCreate[KRT_PRECREATE_VD_SIZE] = {};
     _NVME_Adapter_Config cfg{};
     _NVME_Migrate mg{};
     _NVME_NS_Info ns[2];
@@ -134,17 +134,13 @@ TEST_F(Api, ClassFormRequests)
         KRT_U16 inLen;
     } cases[] = {
         {"GetConfig", [&] { return KRT_Adapter_GetConfig(0, &cfg); }, 224, 1, -1, 0},
-        {"SetConfig", [&] { return KRT_Adapter_SetConfig(0, &cfg); }, 224, 2, -1, 16},
         {"PD_OEM", [&] { return KRT_PD_OEM(0, b, 40); }, 225, 3, -1, 57},
         {"PD_Import", [&] { return KRT_PD_Import(0, head); }, 225, 9, -1, 16},
         {"VD_SetConfig", [&] { return KRT_VD_SetConfig(0, b); }, 226, 2, -1, 16 + 48},
         {"VD_QuerySize", [&] { return KRT_VD_QuerySize(0, b, preCreate); }, 226, 3, -1, 624},
         {"PD_BGAControl", [&] { return KRT_PD_BGAControl(0, 5, 2); }, 227, 3, 0x02, 16},
-        {"VD_BGAControl", [&] { return KRT_VD_BGAControl(0, 5, 3); }, 227, 4, 3, 16},
-        {"VD_Init", [&] { return KRT_VD_Init(0, 1, 2); }, 227, 6, -1, 8},
         {"VD_Migrate", [&] { return KRT_VD_Migrate(0, &mg); }, 227, 9, -1, 40},
         {"NS_GetInfo_VD", [&] { return KRT_NS_GetInfo_VD(0, 0x1234, ns, 2); }, 229, 1, 0x1234, 0},
-        {"Set_Dump_Cfg", [&] { return KRT_Set_Dump_Cfg(0, small); }, 254, 3, -1, 8},
         {"Page_Event", [&] { return KRT_Page_Event(0, b); }, 254, 4, -1, 4096},
     };
     for (const auto &c : cases) {

@@ -13,15 +13,6 @@
 
 namespace {
 
-TEST(KRTLock, NameHasTwoCharactersFromTheIndex)
-{
-    char name[16];
-    for (auto [index, text] : {std::pair<KRT_U16, const char *>{9, "krtd09"}, {10, "krtd0:"}, {0x0102, "krtd12"}}) {
-        KRTLock_name(index, name, sizeof name);
-        EXPECT_STREQ(name, text);
-    }
-}
-
 // A name of this test run only, so parallel runs do not share a semaphore.
 std::string uniqueName(const char *tag)
 {

@@ -52,19 +52,8 @@ TEST_F(Registry, AcceptanceByVendorAndDeviceId)
     }
 }
 
-TEST_F(Registry, EmptyListListOrderAndBoundedCount)
+TEST_F(Registry, CountAboveTheArrayIsBounded)
 {
-    scan({});
-    EXPECT_EQ(registry.getDeviceCount(), 0);
-
-    fake::Adapter gone = fake::managedAdapter("vmhba3");
-    gone.openable = false;
-    scan(
-        {fake::managedAdapter("vmhba1"), fake::managedAdapter("vmhba2", 0x144D), gone, fake::managedAdapter("vmhba4")});
-    ASSERT_EQ(registry.getDeviceCount(), 2);
-    EXPECT_STREQ(registry.getDevicePath(0), "vmhba1");
-    EXPECT_STREQ(registry.getDevicePath(1), "vmhba4");
-
     fake::driver().listCount = 5000;
     scan({fake::managedAdapter("vmhba1")});
     EXPECT_EQ(registry.getDeviceCount(), 1);
@@ -129,13 +118,10 @@ TEST_F(Registry, PlaceholderBeyondTheRegisteredDevicesRefusesEverything)
 }
 
 // The API's lookups go through the process-wide registry.
-TEST(RegistryLookup, LastMatchWinsAndEmptyRegistryFindsNothing)
+TEST(RegistryLookup, LastMatchWins)
 {
     fake::Installed installed;
     int index = -1;
-    EXPECT_FALSE(findAdapterId("03:00.00", &index));
-    EXPECT_FALSE(SetAdapterIdFromSUBNQN("", &index));
-
     fake::Adapter a = fake::managedAdapter("vmhba1");
     a.adapterInfo[8 + 158] = 3;
     fake::Adapter b = a;
