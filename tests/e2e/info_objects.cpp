@@ -14,11 +14,7 @@ using krt_test::has;
 using krt_test::occurrences;
 using krt_test::SimMachine;
 
-const std::string kInfoHelpHead =
-    "Description:For display NVMe Controller(hba), virtual disk(vd), physical disk(pd) or Namespace(ns) "
-    "information.\n";
-
-TEST(InfoOptions, UsageErrorsAndTheirOrder)
+TEST(InfoOptions, UsageErrorsTheirOrderAndTheOutputOption)
 {
     SimMachine m("raid");
     struct Case {
@@ -56,16 +52,7 @@ TEST(InfoOptions, UsageErrorsAndTheirOrder)
     }
     // Nothing reached the controller beyond start-up's own questions.
     EXPECT_FALSE(has(m.krtsim({"log"}).out, "cdw12=0x000000e1"));
-}
 
-TEST(InfoOptions, ObjectWordsIgnoreCaseAndOutputOptionPassesThrough)
-{
-    SimMachine m("raid");
-    for (const char *object : {"HBA", "Pd", "hd", "VD", "Ld", "nS"}) {
-        const auto r = m.cli({"info", "-o", object});
-        EXPECT_EQ(r.status, 0) << object;
-        EXPECT_TRUE(has(r.out, "Total # of ")) << object << r.out;
-    }
     const auto r = m.cli({"info", "-o", "vd", "-output", "out.txt"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "");
@@ -79,7 +66,7 @@ const std::string kNoNS = "\nUnable to get info of NS\n";
 TEST(InfoRaid, VirtualDisks)
 {
     SimMachine m("raid");
-    const auto r = m.cli({"info", "-o", "vd"});
+    const auto r = m.cli({"info", "-o", "VD"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out,
               "\nVD ID:               0\nName:                data\nStatus:              Functional\n"
@@ -108,16 +95,14 @@ TEST(InfoRaid, VirtualDisks)
 TEST(InfoRaid, PhysicalDisks)
 {
     SimMachine m("raid");
-    auto r = m.cli({"info", "-o", "pd"});
+    auto r = m.cli({"info", "-o", "Pd"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(occurrences(r.out, "PD ID:"), 8);
     EXPECT_EQ(r.out.substr(0, 7), "\nPD ID:");
     EXPECT_TRUE(has(r.out, "\n\nTotal # of PD:          8\n\n"));
     EXPECT_FALSE(has(r.out, "Importable:"));  // a RAID controller does not say
 
-    r = m.cli({"info", "-o", "hd", "-i", "6"});
-    EXPECT_EQ(r.out.substr(0, 34), "PD ID:                           6");
-    EXPECT_TRUE(has(r.out, "Assigned:                        No\nSMART Critical Warning:          No\n"));
+    EXPECT_EQ(m.cli({"info", "-o", "hd", "-i", "6"}).out.substr(0, 34), "PD ID:                           6");
     EXPECT_EQ(m.cli({"info", "-o", "pd", "-i", "9"}).out, kNoPD);
     // 255 is the id of "all".
     EXPECT_EQ(occurrences(m.cli({"info", "-o", "pd", "-i", "255"}).out, "PD ID:"), 8);
@@ -132,7 +117,7 @@ TEST(InfoRaid, Namespaces)
         "NS ID:               3\nSize:                1788 GB\nParent VD ID:        1\nValid:               Yes\n"
         "Active:              Yes\nVD status:           Healthy\n\n";
     SimMachine m("raid");
-    auto r = m.cli({"info", "-o", "ns"});
+    auto r = m.cli({"info", "-o", "nS"});  // object words ignore case
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(occurrences(r.out, "NS ID:"), 3);
     EXPECT_EQ(r.out.substr(0, ns1.size()), ns1);
@@ -154,7 +139,7 @@ TEST(InfoRaid, Namespaces)
 TEST(InfoRaid, Controller)
 {
     SimMachine m("raid");
-    auto r = m.cli({"info", "-o", "hba"});
+    const auto r = m.cli({"info", "-o", "HBA"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out,
               "NVMe Controller ID:                  0\nBus Device Fun:                      10:00.00\n"
@@ -174,11 +159,6 @@ TEST(InfoRaid, Controller)
               "Supported Features:                  Import RAID Namespace \n"
               "End Point:                           0\n  Link width:                        8x\n"
               "  Max PCIe speed:                    8Gb/s\n\nTotal # of HBA:      1\n\n");
-
-    // Bound to a controller by the leading number: that one, no total.
-    r = m.cli({"0", "info", "-o", "hba"});
-    EXPECT_TRUE(has(r.out, "NVMe Controller ID:                  0\n"));
-    EXPECT_FALSE(has(r.out, "Total # of HBA:"));
 }
 
 TEST(InfoMulti, EveryControllerAndTheBoundOne)
@@ -194,10 +174,11 @@ TEST(InfoMulti, EveryControllerAndTheBoundOne)
     // the JBOF one included.
     EXPECT_EQ(occurrences(r.out, "Max VD:"), 3);
 
+    // Bound to a controller by the leading number: that one, no total.
     r = m.cli({"2", "info", "-o", "hba"});
     EXPECT_EQ(occurrences(r.out, "NVMe Controller ID:"), 1);
-    EXPECT_TRUE(has(r.out, "Device:                              vmhba3\n"));
     EXPECT_TRUE(has(r.out, "Supported RAID Mode:                 Not Support\n"));
+    EXPECT_FALSE(has(r.out, "Total # of HBA:"));
 
     // The leading number addresses the other objects too.
     r = m.cli({"1", "info", "-o", "vd"});
