@@ -25,24 +25,16 @@ Log commandLog(const SimMachine &m)
     Log out;
     std::istringstream lines(m.krtsim({"log"}).out);
     for (std::string line; std::getline(lines, line);) {
-        const auto field = [&](const std::string &name) {
-            const std::size_t at = line.find(" " + name + "=") + name.size() + 2;
-            return line.substr(at, line.find(' ', at) - at);
-        };
-        if (!line.empty())
-            out.push_back(line.substr(0, line.find(' ')) + " " + field("opc") + " " + field("cdw12"));
+        std::istringstream words(line);
+        std::string adapter, opc, nsid, cdw10, cdw11, cdw12;
+        if (words >> adapter >> opc >> nsid >> cdw10 >> cdw11 >> cdw12)
+            out.push_back(adapter + " " + opc.substr(4) + " " + cdw12.substr(6));
     }
     return out;
 }
 
-std::string identify(const std::string &a)
-{
-    return a + " 0x06 0x00000000";
-}
-std::string adapterInfo(const std::string &a)
-{
-    return a + " 0xe2 0x000000e0";
-}
+const auto identify = [](const std::string &a) { return a + " 0x06 0x00000000"; };
+const auto adapterInfo = [](const std::string &a) { return a + " 0xe2 0x000000e0"; };
 
 // What the scan sends to a controller it accepts: Identify and the
 // device-ID check, then the PCI address and the SUBNQN text.

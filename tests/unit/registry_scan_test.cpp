@@ -117,27 +117,4 @@ TEST_F(Registry, PlaceholderBeyondTheRegisteredDevicesRefusesEverything)
     EXPECT_TRUE(fake::driver().requests.empty());
 }
 
-// The API's lookups go through the process-wide registry.
-TEST(RegistryLookup, LastMatchWins)
-{
-    fake::Installed installed;
-    int index = -1;
-    fake::Adapter a = fake::managedAdapter("vmhba1");
-    a.adapterInfo[8 + 158] = 3;
-    fake::Adapter b = a;
-    b.name = "vmhba2";
-    b.signature = "nvme_vmhba2";
-    fake::driver().adapters = {a, b, fake::managedAdapter("vmhba3")};
-    GetDeviceManagementInstance()->m_smbios_path = "/nonexistent/smbios";
-    GetDeviceManagementInstance()->ScanV2();
-    ASSERT_EQ(KRT_Adapter_GetCount(), 3);
-    EXPECT_TRUE(findAdapterId("03:00.00", &index));
-    EXPECT_EQ(index, 1);
-    EXPECT_FALSE(findAdapterId("03:00.0", &index));
-    const std::string nqn = KRT_Adapter_GetDeviceSUBNQN(2);
-    EXPECT_TRUE(SetAdapterIdFromSUBNQN(nqn.c_str(), &index));
-    EXPECT_EQ(index, 2) << "all three share the text; the last one wins";
-    GetDeviceManagementInstance()->Final();
-}
-
 }  // namespace

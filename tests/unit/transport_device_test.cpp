@@ -98,18 +98,6 @@ TEST_F(Transport, PassthruCarriesOnlyTheWordsTheControllerSees)
     }
 }
 
-TEST_F(Transport, AdapterGoneAfterTheScan)
-{
-    adapter().openable = false;
-    krt_admin_command_format cmd{};
-    cmd.CDW[0] = KRT_VENDOR_OPCODE;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(dev->sendPassthruAdmin(&cmd, nullptr, 0, nullptr, 0), static_cast<KRT_U32>(-22));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "Invalid argument: vmhba not found or vmhba not an NVM Express controller.");
-    EXPECT_TRUE(requests().empty());
-}
-
 class PairTransport : public Transport {
   protected:
     void SetUp() override
