@@ -68,9 +68,9 @@ TEST(SimArray, RebuildRunsWithTheClock)
     EXPECT_EQ(m.act(krt_cdw12(0xE3, 7, 0), 0, 0x00040000), vendor(6)) << "PD 4 has failed";
     EXPECT_EQ(m.act(krt_cdw12(0xE3, 7, 0), 0, 0x00090000), 0u);
     EXPECT_EQ(vdInfo(m, 0).Status, KRT_VD_REBUILDING);
-    ASSERT_EQ(m.krtsim({"clock", "advance", "50"}).status, 0);
+    ASSERT_EQ(m.run("clock advance 50").status, 0);
     EXPECT_EQ(activity(m, 0).Percentage, 50);
-    ASSERT_EQ(m.krtsim({"clock", "advance", "50"}).status, 0);
+    ASSERT_EQ(m.run("clock advance 50").status, 0);
     EXPECT_EQ(activity(m, 0).BgaStatus, KRT_NVME_BGA_STATUS_NONE);
     _NVME_VD_Info vd = vdInfo(m, 0);
     EXPECT_EQ(vd.Status, KRT_VD_FUNCTIONAL);

@@ -84,28 +84,20 @@ TEST(SimDriver, RefusesBadHandlesAndArgumentsAndBoundsTheData)
     EXPECT_EQ(std::count(buf.begin() + 16, buf.end(), 0xAA), 48);
 }
 
-TEST(SimDriver, IdentifyControllerNamespaceAndCaps)
+TEST(SimDriver, IdentifyControllerCapsAndNamespace)
 {
     krt_test::TempDir dir;
-    krt_test::writeFile(dir.file("f.json"), R"({"adapters": [{"cntlid": 7, "serial": "SN-42", "subnqn_828": 7,
-        "subnqn": "nqn.test", "pd_count": 2,
-        "vds": [{"raid": "raid1", "members": [0, 1], "namespaces": [{"sectors": 1000}]}]}]})");
+    krt_test::writeFile(dir.file("f.json"), R"({"adapters": [{"cntlid": 7, "serial": "SN-42", "subnqn_828": 7}]})");
     LibMachine m(dir.file("f.json"));
     Reply id{};
-    auto r = m.admin(cmd({{0, NVME_ADMIN_IDENTIFY}, {10, NVME_CNS_CONTROLLER}}), XFER_FROM_DEV, id.data(), 4096);
-    ASSERT_EQ(r.rc, 0);
-    EXPECT_EQ(r.status, 0u);
+    ASSERT_EQ(m.read(cmd({{0, NVME_ADMIN_IDENTIFY}, {10, NVME_CNS_CONTROLLER}}), id), 0u);
     EXPECT_EQ(id[0] | id[1] << 8, KRT_PCI_VENDOR_ID);
     EXPECT_EQ(text(&id[NVME_ID_SN], 6), "SN-42 ");
     EXPECT_EQ(id[NVME_ID_CNTLID], 7);
-    EXPECT_EQ(std::string(reinterpret_cast<char *>(&id[NVME_ID_SUBNQN])), "nqn.test");
     EXPECT_EQ(id[828], 7);
-
-    EXPECT_EQ(m.read(cmd({{0, NVME_ADMIN_IDENTIFY}, {10, NVME_CNS_PRIMARY_CTRL_CAPS}}), id), 0u);
+    ASSERT_EQ(m.read(cmd({{0, NVME_ADMIN_IDENTIFY}, {10, NVME_CNS_PRIMARY_CTRL_CAPS}}), id), 0u);
     EXPECT_EQ(id[0], 7);
-    EXPECT_EQ(m.read(cmd({{0, NVME_ADMIN_IDENTIFY}, {1, 1}, {10, NVME_CNS_NAMESPACE}}), id), 0u);
-    EXPECT_EQ(id[0] | id[1] << 8, 1000);
-    r = m.admin(cmd({{0, NVME_ADMIN_IDENTIFY}, {1, 9}, {10, NVME_CNS_NAMESPACE}}), XFER_FROM_DEV, id.data(), 4096);
+    auto r = m.admin(cmd({{0, NVME_ADMIN_IDENTIFY}, {1, 9}, {10, NVME_CNS_NAMESPACE}}), XFER_FROM_DEV, id.data(), 4096);
     EXPECT_EQ(r.compStatus, 0x0Bu);
     EXPECT_NE(r.status, 0u);
 }
@@ -126,15 +118,11 @@ TEST(SimDriver, DirectRequestsAnswerWithTheEnvelope)
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(std::to_string(c.cdw12) + " " + std::to_string(c.cdw14));
-        Reply reply;
-        auto r = m.direct(c.cdw12, c.cdw14, reply);
+        AdminResult r;
+        Reply reply = m.query(c.cdw12, c.cdw14, &r);
         ASSERT_EQ(r.rc, 0);
         EXPECT_EQ(r.status, 0u);
         EXPECT_EQ(text(reply.data(), 3), "KRT");
         EXPECT_EQ(reply[4], c.status);
     }
-    auto info = record<_NVME_Adapter_Info>(m.query(krt_cdw12(0xE0, 0, 0)));
-    EXPECT_EQ(info.VID, KRT_PCI_VENDOR_ID);
-    EXPECT_EQ(info.DID, KRT_PCI_DEVICE_ID);
-    EXPECT_TRUE(info.Features & KRT_FEATURE_RAID);
 }

@@ -2,8 +2,6 @@
 // rest of the krtsim tool.
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "sim_client.h"
 #include "text.h"
 
@@ -13,8 +11,9 @@ namespace {
 
 AdminResult adapterQuery(const LibMachine &m, const char *sig = kSig)
 {
-    Reply reply;
-    return m.direct(krt_cdw12(0xE0, 0, 0), 0, reply, sig);
+    AdminResult r;
+    m.query(krt_cdw12(0xE0, 0, 0), 0, &r, sig);
+    return r;
 }
 
 }  // namespace
@@ -22,25 +21,20 @@ AdminResult adapterQuery(const LibMachine &m, const char *sig = kSig)
 TEST(SimFault, EachEffectOnTheAdapterQuery)
 {
     struct Case {
-        std::vector<std::string> effect;
+        const char *effect;
         KRT_U32 compStatus;
         bool sign;
         KRT_U8 envelope, maxNs;
     } cases[] = {
-        {{"--status", "0x0107"}, 0x107, false, 0, 0},
-        {{"--status", "0x2"}, 0x2, false, 0, 0},
-        {{"--bad-sign"}, 0, false, 0, 32},
-        {{"--envelope-status", "9"}, 0, true, 9, 32},
-        {{"--overlong"}, 0, true, 0, 255},
+        {"--status 0x0107", 0x107, false, 0, 0}, {"--status 0x2", 0x2, false, 0, 0}, {"--bad-sign", 0, false, 0, 32},
+        {"--envelope-status 9", 0, true, 9, 32}, {"--overlong", 0, true, 0, 255},
     };
     for (const Case &c : cases) {
-        SCOPED_TRACE(c.effect[0]);
+        SCOPED_TRACE(c.effect);
         LibMachine m("raid");
-        std::vector<std::string> words{"fault", "add", "--opcode", "0xe2", "--cdw12", "0xe0"};
-        words.insert(words.end(), c.effect.begin(), c.effect.end());
-        ASSERT_EQ(m.krtsim(words).status, 0);
-        Reply reply;
-        AdminResult r = m.direct(krt_cdw12(0xE0, 0, 0), 0, reply);
+        ASSERT_EQ(m.run(std::string("fault add --opcode 0xe2 --cdw12 0xe0 ") + c.effect).status, 0);
+        AdminResult r;
+        Reply reply = m.query(krt_cdw12(0xE0, 0, 0), 0, &r);
         EXPECT_EQ(r.rc, 0);
         EXPECT_EQ(r.compStatus, c.compStatus);
         EXPECT_EQ(r.status != 0, c.compStatus != 0);
@@ -53,8 +47,8 @@ TEST(SimFault, EachEffectOnTheAdapterQuery)
 TEST(SimFault, RulesMatchOnOpcodeCdw12AndAdapterAndCount)
 {
     LibMachine m("multi");
-    ASSERT_EQ(m.krtsim({"fault", "add", "--adapter", "1", "--count", "2", "--status", "0x6"}).status, 0);
-    ASSERT_EQ(m.krtsim({"fault", "add", "--opcode", "0xe2", "--cdw12", "0x000000e1", "--bad-sign"}).status, 0);
+    ASSERT_EQ(m.run("fault add --adapter 1 --count 2 --status 0x6").status, 0);
+    ASSERT_EQ(m.run("fault add --opcode 0xe2 --cdw12 0x000000e1 --bad-sign").status, 0);
     EXPECT_EQ(adapterQuery(m, "nvmeMgmt-vmhba1").compStatus, 0u);
     EXPECT_EQ(adapterQuery(m, "nvmeMgmt-vmhba2").compStatus, 6u);
     EXPECT_EQ(adapterQuery(m, "nvmeMgmt-vmhba2").compStatus, 6u);
@@ -62,27 +56,24 @@ TEST(SimFault, RulesMatchOnOpcodeCdw12AndAdapterAndCount)
 
     EXPECT_EQ(m.query(krt_cdw12(0xE1, 0, 0))[0], 'B');
     EXPECT_EQ(m.query(krt_cdw12(0xE1, 0, 1))[0], 'K') << "CDW12 must match exactly";
-    ASSERT_EQ(m.krtsim({"fault", "clear"}).status, 0);
+    ASSERT_EQ(m.run("fault clear").status, 0);
     EXPECT_EQ(m.query(krt_cdw12(0xE1, 0, 0))[0], 'K');
 }
 
 TEST(SimFault, PairedRepliesTakeEffectsFromTheSend)
 {
     LibMachine m("raid");
-    ASSERT_EQ(m.krtsim({"fault", "add", "--opcode", "0xcb", "--cdw12", "0xe0", "--count", "1", "--bad-sign"}).status,
-              0);
+    ASSERT_EQ(m.run("fault add --opcode 0xcb --cdw12 0xe0 --count 1 --bad-sign").status, 0);
     Reply reply{};
     EXPECT_EQ(m.paired({KRT_CLASS_ADAPTER, 0}, {}, reply).status, 0u);
     EXPECT_EQ(reply[0], 'B');
     m.paired({KRT_CLASS_ADAPTER, 0}, {}, reply);
     EXPECT_EQ(reply[0], 'K');
 
-    ASSERT_EQ(m.krtsim({"fault", "add", "--opcode", "0xcb", "--overlong"}).status, 0);
-    _RequestHeader h{};
-    h.numRequested = 1;
-    m.paired({KRT_CLASS_VD, 0}, bytesOf(h), reply);
+    ASSERT_EQ(m.run("fault add --opcode 0xcb --overlong").status, 0);
+    m.paired({KRT_CLASS_VD, 0}, requestHeader(0, 1), reply);
     EXPECT_EQ(reply[8 + offsetof(_RequestHeader, numReturned)], 255);
-    auto vd = record<_NVME_VD_Info>(reply, 8 + sizeof h);
+    auto vd = record<_NVME_VD_Info>(reply, 8 + sizeof(_RequestHeader));
     EXPECT_EQ(vd.MemberCount, 255);
     EXPECT_EQ(std::memchr(vd.Name, 0, sizeof vd.Name), nullptr);
 }
@@ -90,17 +81,17 @@ TEST(SimFault, PairedRepliesTakeEffectsFromTheSend)
 TEST(SimFault, VanishedAdaptersAndAFailingList)
 {
     LibMachine m("multi");
-    ASSERT_EQ(m.krtsim({"fault", "vanish", "1"}).status, 0);
+    ASSERT_EQ(m.run("fault vanish 1").status, 0);
     nvme_adapter_list list;
     ASSERT_EQ(m.list(list), 0);
     EXPECT_EQ(list.count, 3u);
     EXPECT_NE(adapterQuery(m, "nvmeMgmt-vmhba2").rc, 0);
     EXPECT_EQ(adapterQuery(m, "nvmeMgmt-vmhba3").rc, 0);
-    EXPECT_EQ(m.krtsim({"fault", "vanish", "3"}).status, 1);
+    EXPECT_EQ(m.run("fault vanish 3").status, 1);
 
-    ASSERT_EQ(m.krtsim({"fault", "list-fail"}).status, 0);
+    ASSERT_EQ(m.run("fault list-fail").status, 0);
     EXPECT_NE(m.list(list), 0);
-    ASSERT_EQ(m.krtsim({"fault", "clear"}).status, 0);
+    ASSERT_EQ(m.run("fault clear").status, 0);
     EXPECT_EQ(m.list(list), 0);
     EXPECT_EQ(adapterQuery(m, "nvmeMgmt-vmhba2").rc, 0);
 }
@@ -108,12 +99,9 @@ TEST(SimFault, VanishedAdaptersAndAFailingList)
 TEST(SimLog, OneLinePerCommandWithItsWords)
 {
     LibMachine m("raid");
-    Reply reply{};
-    m.direct(krt_cdw12(0xE1, 0, 0), 3, reply);
-    _RequestHeader h{};
-    h.numRequested = 8;
-    m.paired({KRT_CLASS_PD, 0, 7}, bytesOf(h), reply);
-    ASSERT_EQ(m.krtsim({"fault", "add", "--opcode", "0x06", "--status", "0x0107"}).status, 0);
+    Reply reply = m.query(krt_cdw12(0xE1, 0, 0), 3);
+    m.paired({KRT_CLASS_PD, 0, 7}, requestHeader(0, 8), reply);
+    ASSERT_EQ(m.run("fault add --opcode 0x06 --status 0x0107").status, 0);
     m.read(cmd({{0, NVME_ADMIN_IDENTIFY}, {10, 1}}), reply);
 
     EXPECT_EQ(m.log(),
@@ -126,9 +114,9 @@ TEST(SimLog, OneLinePerCommandWithItsWords)
               "vmhba1 opc=0x06 nsid=0 cdw10=0x00000001 cdw11=0x00000000 cdw12=0x00000000 cdw13=0x00000000 "
               "cdw14=0x00000000 cdw15=0x00000000 dir=from len=4096 status=0x107\n");
 
-    EXPECT_EQ(m.krtsim({"log", "clear"}).status, 0);
+    EXPECT_EQ(m.run("log clear").status, 0);
     EXPECT_EQ(m.log(), "");
-    m.krtsim({"fault", "vanish", "0"});
+    m.run("fault vanish 0");
     adapterQuery(m);
     EXPECT_EQ(m.log(), "") << "commands to a vanished adapter never reach a controller";
 }
@@ -144,16 +132,11 @@ TEST(SimTool, ExecRunsAgainstThisMachineAndBadWordsAreUsageErrors)
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, m.machine().statePath() + "\n" + krt_test::simLibDir() + "\n");
     EXPECT_EQ(krt_test::runProcess({krt_test::krtsimPath(), "exec", "--", "/no/such/program"}, o).status, 127);
-    for (const char *line :
-         {"fault add", "fault add --status", "fault add --status 0", "fault add --whatever",
-          "fault add --status 0x2 --bad-sign", "fault add --count 0 --bad-sign", "fault add --opcode 0x100 --bad-sign",
-          "fault add --adapter x --bad-sign", "fault vanish", "fault", "exec", "frobnicate", ""}) {
-        std::vector<std::string> words;
-        std::istringstream in(line);
-        for (std::string w; in >> w;)
-            words.push_back(w);
-        EXPECT_EQ(m.krtsim(words).status, 2) << line;
-    }
+    for (const char *line : {"fault add", "fault add --status", "fault add --status 0", "fault add --whatever",
+                             "fault add --status 0x2 --bad-sign", "fault add --count 0 --bad-sign",
+                             "fault add --opcode 0x100 --bad-sign", "fault add --adapter x --bad-sign", "fault vanish",
+                             "fault", "clock advance -5", "clock backwards", "exec", "frobnicate", ""})
+        EXPECT_EQ(m.run(line).status, 2) << line;
 }
 
 TEST(SimTool, ResetReportsBadFixturesAndTakesOddValues)
@@ -161,23 +144,22 @@ TEST(SimTool, ResetReportsBadFixturesAndTakesOddValues)
     LibMachine m("raid");
     krt_test::TempDir dir;
     const std::pair<const char *, const char *> cases[] = {
-        {"{", "fixture"},
         {R"({"adapters": [{"pd_count": 2, "vds": [{"members": [0, 5]}]}]})", "adapters[0].vds[0].members"},
         {R"({"adapters": [{"count": 65}]})", "adapters"},
     };
     for (const auto &[json, message] : cases) {
         krt_test::writeFile(dir.file("f.json"), json);
-        auto r = m.krtsim({"reset", dir.file("f.json")});
+        auto r = m.run("reset " + dir.file("f.json"));
         EXPECT_EQ(r.status, 1) << json;
         EXPECT_TRUE(krt_test::has(r.err, message)) << json << " -> " << r.err;
     }
-    EXPECT_EQ(m.krtsim({"reset", "nosuchfixture"}).status, 1);
-    EXPECT_EQ(m.krtsim({"reset", dir.file("missing.json")}).status, 1);
+    EXPECT_EQ(m.run("reset nosuchfixture").status, 1);
+    EXPECT_EQ(m.run("reset " + dir.file("missing.json")).status, 1);
 
     // Odd values are allowed, so tests can feed the tool bad replies.
     krt_test::writeFile(dir.file("odd.json"), R"({"adapters": [{"max_ns": 60, "pd_count": 2,
         "vds": [{"members": [0, 1], "raid": "raid1", "member_count": 40, "name": "ABCDEFGHIJKLMNOPQRS"}]}]})");
-    ASSERT_EQ(m.krtsim({"reset", dir.file("odd.json")}).status, 0);
+    ASSERT_EQ(m.run("reset " + dir.file("odd.json")).status, 0);
     auto vd = record<_NVME_VD_Info>(m.query(krt_cdw12(0xE2, 0, 0)));
     EXPECT_EQ(vd.MemberCount, 40);
     EXPECT_EQ(text(vd.Name, 16), "ABCDEFGHIJKLMNOP");
@@ -186,10 +168,8 @@ TEST(SimTool, ResetReportsBadFixturesAndTakesOddValues)
 TEST(SimTool, ShowDescribesTheMachine)
 {
     LibMachine m("degraded");
-    ASSERT_EQ(m.krtsim({"fault", "add", "--adapter", "0", "--opcode", "0xe2", "--count", "2", "--envelope-status", "9"})
-                  .status,
-              0);
-    const std::string shown = m.krtsim({"show"}).out;
+    ASSERT_EQ(m.run("fault add --adapter 0 --opcode 0xe2 --count 2 --envelope-status 9").status, 0);
+    const std::string shown = m.run("show").out;
     for (const char *part : {"clock: frozen", "fault: envelope-status 0x9 adapter=0 opcode=0xe2 count=2\n",
                              "[0] vmhba1 nvmeMgmt-vmhba1 vid=0x1e6b did=0x7a10 RAID",
                              "  VD 0 'archive' raid=0x06 status=1 members=0,1,2,65535 ", " rebuild paused 40.000%",

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -55,6 +56,17 @@ std::vector<KRT_U8> bytesOf(const T &t)
 {
     auto *b = reinterpret_cast<const KRT_U8 *>(&t);
     return {b, b + sizeof t};
+}
+
+// The request header of a list or an action, as the bytes of a paired request.
+inline std::vector<KRT_U8> requestHeader(KRT_U16 start, KRT_U8 wanted, KRT_U8 type = 0)
+{
+    _RequestHeader h{};
+    h.size = sizeof h;
+    h.start = start;
+    h.numRequested = wanted;
+    h.requestType = type;
+    return bytesOf(h);
 }
 
 inline std::string text(const KRT_U8 *p, size_t n)
@@ -142,17 +154,14 @@ class LibMachine {
         return send(cmd({{0, KRT_VENDOR_OPCODE}, {12, cdw12}, {13, cdw13}, {14, cdw14}}));
     }
 
-    // A direct vendor request (opcode 0xE2) reading 4096 bytes.
-    AdminResult direct(KRT_U32 cdw12, KRT_U32 cdw14, Reply &reply, const char *sig = kSig) const
+    // A direct vendor request (opcode 0xE2) reading 4096 bytes; the reply.
+    Reply query(KRT_U32 cdw12, KRT_U32 cdw14 = 0, AdminResult *result = nullptr, const char *sig = kSig) const
     {
-        reply.fill(0);
-        return admin(cmd({{0, KRT_VENDOR_OPCODE}, {12, cdw12}, {14, cdw14}}), XFER_FROM_DEV, reply.data(), reply.size(),
-                     sig);
-    }
-    Reply query(KRT_U32 cdw12, KRT_U32 cdw14 = 0) const
-    {
-        Reply reply;
-        direct(cdw12, cdw14, reply);
+        Reply reply{};
+        AdminResult r = admin(cmd({{0, KRT_VENDOR_OPCODE}, {12, cdw12}, {14, cdw14}}), XFER_FROM_DEV, reply.data(),
+                              reply.size(), sig);
+        if (result != nullptr)
+            *result = r;
         return reply;
     }
 
@@ -183,7 +192,15 @@ class LibMachine {
                      reply.size());
     }
 
-    krt_test::RunResult krtsim(const std::vector<std::string> &words) const { return machine_.krtsim(words); }
+    // krtsim with the words of one line.
+    krt_test::RunResult run(const std::string &line) const
+    {
+        std::vector<std::string> words;
+        std::istringstream in(line);
+        for (std::string w; in >> w;)
+            words.push_back(w);
+        return machine_.krtsim(words);
+    }
     std::string log() const { return machine_.krtsim({"log"}).out; }
     const krt_test::SimMachine &machine() const { return machine_; }
 
