@@ -29,7 +29,6 @@ TEST(StartupWithoutController, WhatRunsAndWhatIsPrinted)
         {{"version"}, kVersion, false},
         {{"Help"}, kNone, true},
         {{"he"}, kNone, true},
-        {{"info"}, kNone, true},
         {{"exit"}, kNone, true},
         {{"0", "info"}, kNone, true},
         {{"--vid=0x0", "help"}, kNone, true},
@@ -45,37 +44,14 @@ TEST(StartupWithoutController, WhatRunsAndWhatIsPrinted)
         {{"0", "--vid=0x1234", "help"}, kListing, false},
     };
     krt_test::SimMachine machine("empty");
-    krt_test::RunOptions input;
-    input.input = "help\n";
+    krt_test::RunOptions typed;
+    typed.input = "help\n";
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.words));
-        const auto r = machine.cli(c.words, input);
+        const auto r = machine.cli(c.words, typed);
         EXPECT_EQ(r.status, 0);
         EXPECT_TRUE(c.exact ? r.out == c.out : krt_test::has(r.out, c.out)) << r.out;
     }
-
-    const auto r = krt_test::cliWithoutLibrary({"help"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_TRUE(krt_test::has(r.out, kNone) && krt_test::has(r.out, kListing)) << r.out;
-}
-
-TEST(StartupWithoutController, OutputFileIsAppendedToOrLeftForStandardOutput)
-{
-    krt_test::SimMachine machine("empty");
-    const std::string file = machine.dir().file("out.txt");
-    krt_test::writeFile(file, "earlier\n");
-    auto r = machine.cli({"help", "vd", "-OUTPUT", file});
-    EXPECT_EQ(r.out, "");
-    r = machine.cli({"version", "-output", file});
-    EXPECT_EQ(r.out, "");
-    const std::string text = krt_test::readFile(file);
-    EXPECT_EQ(text.rfind("earlier\n" + kNone + "Description:For VD create and delete\n", 0), 0u) << text;
-    EXPECT_TRUE(krt_test::has(text, kNone + kVersion)) << text;
-
-    r = machine.cli({"version", "-output", "/nonexistent-dir/out.txt"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_TRUE(krt_test::has(r.err, "/nonexistent-dir/out.txt")) << r.err;
-    EXPECT_TRUE(krt_test::has(r.out, kNone + kVersion)) << r.out;
 }
 
 }  // namespace

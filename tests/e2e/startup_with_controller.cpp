@@ -12,13 +12,6 @@ namespace {
 const std::string kBanner = "CLI Version: 1.0.0.1041\nWelcome to NVMe Command Line Interface.\n\n";
 const std::string kFirmware = "Support Firmware Version: 1.0.x.1039 above\n";
 
-krt_test::RunOptions withInput(std::string text)
-{
-    krt_test::RunOptions options;
-    options.input = std::move(text);
-    return options;
-}
-
 TEST(StartupWithController, ControllerNumberOutputFileAndVendorIdWords)
 {
     krt_test::SimMachine machine("raid");  // one controller, numbered from 0
@@ -46,26 +39,31 @@ TEST(StartupWithController, ControllerNumberOutputFileAndVendorIdWords)
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.words));
-        const auto r = machine.cli(c.words, withInput("exit\n"));
+        const auto r = machine.cli(c.words);
         EXPECT_EQ(r.status, c.status);
         EXPECT_TRUE(c.exact ? r.out == c.out : krt_test::has(r.out, c.out)) << r.out;
     }
+    // A file that cannot be opened is named on standard error; the output stays.
+    const auto unopenable = machine.cli({"version", "-OUTPUT", "/nonexistent-dir/out.txt"});
+    EXPECT_TRUE(krt_test::has(unopenable.err, "/nonexistent-dir/out.txt")) << unopenable.err;
+    EXPECT_TRUE(krt_test::has(unopenable.out, kFirmware)) << unopenable.out;
     const std::string text = krt_test::readFile(file);
     EXPECT_EQ(text.rfind("earlier\nAdapter ID 7 is not exist\n", 0), 0u) << text;
     EXPECT_TRUE(krt_test::has(text, "Firmware Version:")) << text;
     EXPECT_TRUE(krt_test::has(text, "Invalid command '-\x01utput'!\n")) << text;
 
-    const auto r = krt_test::SimMachine("multi").cli({"1"}, withInput("adapter --list\n"));
-    EXPECT_EQ(r.out.rfind(kBanner, 0), 0u) << r.out;
-    EXPECT_TRUE(krt_test::has(r.out, "Current default NVMe Controller ID for CLI commands: 1\n")) << r.out;
+    const auto multi = krt_test::SimMachine("multi").cli({"1", "adapter", "--list"});
+    EXPECT_TRUE(krt_test::has(multi.out, "Current default NVMe Controller ID for CLI commands: 1\n")) << multi.out;
 }
 
 TEST(StartupWithController, PipedShellRunsLinesAndEndsWithItsInput)
 {
     krt_test::SimMachine machine("raid");
     const std::string file = machine.dir().file("typed.txt");
+    krt_test::RunOptions piped;
     // A typed "-output" is an ordinary word: help describes itself.
-    const auto r = machine.cli({}, withInput("\nversion\n\"open\nbogus arg\nh\nhelp vd -output " + file + "\n"));
+    piped.input = "\nversion\n\"open\nbogus arg\nh\nhelp vd -output " + file + "\n";
+    auto r = machine.cli({}, piped);
     EXPECT_EQ(r.status, 0);
     std::size_t at = 0;
     for (const std::string &text :
@@ -77,15 +75,12 @@ TEST(StartupWithController, PipedShellRunsLinesAndEndsWithItsInput)
         at += text.size();
     }
     EXPECT_FALSE(std::filesystem::exists(file));
-}
 
-TEST(StartupWithController, OverlongLineEndsTheShellWithAMessage)
-{
-    krt_test::SimMachine machine("raid");
+    // A line of 2048 characters or more ends the shell with a message.
     const std::string fits(2047, 'a');
     EXPECT_TRUE(krt_test::has(machine.shell(fits + "\n"), "Invalid command '" + fits + "'!\n"));
-
-    const auto r = machine.cli({}, withInput(std::string(2048, 'a') + "\nversion\n"));
+    piped.input = fits + "a\nversion\n";
+    r = machine.cli({}, piped);
     EXPECT_NE(r.status, 0);
     EXPECT_LT(r.status, 128);  // an orderly end, not a signal
     EXPECT_TRUE(krt_test::has(r.err, "too long")) << r.err;

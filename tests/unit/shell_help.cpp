@@ -76,15 +76,14 @@ std::pair<int, std::string> run(std::vector<std::string> words)
     return {result, out.text()};
 }
 
-std::string description(const Command_Info &e)
-{
-    return std::string("Description") + e.cmdShortHelp + "\n" + e.cmdHelp;
-}
-
+// What -h and help print for a command: its summary and its long help.
 std::string description(const char *name)
 {
+    pCmdTable = generalCmdTableV1;
+    cmdTableSize = generalCmdTableV1Size();
     int matches = 0;
-    return description(*lookupCommand(name, &matches));
+    const Command_Info *e = lookupCommand(name, &matches);
+    return std::string("Description") + e->cmdShortHelp + "\n" + e->cmdHelp;
 }
 
 // Walks both tables: names and summaries in order, and every command's -h
@@ -101,9 +100,26 @@ TEST(ShellTables, EveryCommandHasItsSummaryAndDescribesItselfForDashH)
         // help prints these as format texts: a conversion character would garble them.
         EXPECT_EQ(std::strchr(e.cmdHelp, '%'), nullptr);
         EXPECT_EQ(e.cmdLen, static_cast<int>(std::strlen(e.cmd)) + 1);
-        const std::string printed = run({e.cmd, "-h"}).second;
-        EXPECT_EQ(printed.substr(0, description(e).size()), description(e));
+        const std::string expected = std::string("Description") + e.cmdShortHelp + "\n" + e.cmdHelp;
+        EXPECT_EQ(run({e.cmd, "-h"}).second.substr(0, expected.size()), expected);
     }
+}
+
+// A whole hidden name after an abbreviation of a public one runs the public
+// entry at the hidden entry's position. No pair of shipped names reaches
+// this, so a made-up public table stands in.
+TEST(ShellDispatch, WholeHiddenNameAfterPublicAbbreviationUsesThePublicPosition)
+{
+    const Command_Info table[] = {{"genuine", 8, nullptr, "", ":first"}, {"other", 6, nullptr, "", ":second"}};
+    pCmdTable = table;
+    cmdTableSize = 2;
+    int matches = 0;
+    EXPECT_EQ(lookupCommand("gen", &matches), &table[1]);  // "gen" is hidden entry 1
+    EXPECT_EQ(lookupCommand("ge", &matches), nullptr);     // genuine, gen, getoemdata
+    EXPECT_EQ(matches, 3);
+    EXPECT_EQ(lookupCommand("genu", &matches), &table[0]);
+    pCmdTable = generalCmdTableV1;
+    cmdTableSize = generalCmdTableV1Size();
 }
 
 TEST(ShellHelp, ListsThePublicCommands)

@@ -11,11 +11,7 @@ namespace krt_unit {
 
 class StreamCapture {
   public:
-    StreamCapture() : saved_(stream)
-    {
-        file_ = open_memstream(&buffer_, &size_);
-        stream = file_;
-    }
+    StreamCapture() : saved_(stream), file_(open_memstream(&buffer_, &size_)) { stream = file_; }
     ~StreamCapture()
     {
         if (file_ != nullptr)
@@ -35,9 +31,9 @@ class StreamCapture {
 
   private:
     FILE *saved_;
-    FILE *file_ = nullptr;
     char *buffer_ = nullptr;
     std::size_t size_ = 0;
+    FILE *file_;
 };
 
 }  // namespace krt_unit
