@@ -9,16 +9,17 @@
 
 namespace {
 
-const std::string kBanner = "CLI Version: 1.0.0.1041\nWelcome to NVMe Command Line Interface.\n\n";
-const std::string kFirmware = "Support Firmware Version: 1.0.x.1039 above\n";
+const char *const kBanner = "CLI Version: 1.0.0.1041\nWelcome to NVMe Command Line Interface.\n\n";
+const char *const kFirmware = "Support Firmware Version: 1.0.x.1039 above\n";
 
 TEST(StartupWithController, OtherControllerAndUnopenableOutputFile)
 {
-    const auto multi = krt_test::SimMachine("multi").cli({"1", "adapter", "--list"});
-    EXPECT_TRUE(krt_test::has(multi.out, "Current default NVMe Controller ID for CLI commands: 1\n")) << multi.out;
+    krt_test::SimMachine machine("multi");
+    auto r = machine.cli({"1", "adapter", "--list"});
+    EXPECT_TRUE(krt_test::has(r.out, "Current default NVMe Controller ID for CLI commands: 1\n")) << r.out;
 
     // A file that cannot be opened is named on standard error; the output stays.
-    const auto r = krt_test::SimMachine("raid").cli({"version", "-OUTPUT", "/nonexistent-dir/out.txt"});
+    r = machine.cli({"version", "-OUTPUT", "/nonexistent-dir/out.txt"});
     EXPECT_TRUE(krt_test::has(r.err, "/nonexistent-dir/out.txt")) << r.err;
     EXPECT_TRUE(krt_test::has(r.out, kFirmware)) << r.out;
 }
@@ -33,10 +34,9 @@ TEST(StartupWithController, PipedShellRunsLinesAndEndsWithItsInput)
     auto r = machine.cli({}, piped);
     EXPECT_EQ(r.status, 0);
     std::size_t at = 0;
-    for (const std::string &text :
-         {kBanner, std::string("Type 'exit' to exit CLI.\n"), kFirmware, std::string("Invalid quoted string.\n"),
-          std::string("Invalid command 'bogus'!\n"), std::string("Ambiguous command 'h'!\n"),
-          std::string("Description:Get brief help for all commands or detail help for one command.\n")}) {
+    for (const std::string text : {kBanner, "Type 'exit' to exit CLI.\n", kFirmware, "Invalid quoted string.\n",
+                                   "Invalid command 'bogus'!\n", "Ambiguous command 'h'!\n",
+                                   "Description:Get brief help for all commands or detail help for one command.\n"}) {
         at = r.out.find(text, at);
         ASSERT_NE(at, std::string::npos) << text << "\n--- in ---\n" << r.out;
         at += text.size();
