@@ -17,15 +17,13 @@ int fakeInit(vmk_MgmtApiSignature *sig, KRT_U64, vmk_MgmtUserHandle *handle)
 {
     Driver &d = driver();
     const std::string name(sig->name.string, strnlen(sig->name.string, sizeof sig->name.string));
-    int found = -2;
-    if (name == NVME_MGMT_NAME && !d.listFails)
-        found = -1;
+    int found = name == NVME_MGMT_NAME ? -1 : -2;
     for (std::size_t i = 0; i < d.adapters.size(); ++i) {
-        if (d.adapters[i].signature == name && d.adapters[i].openable)
+        if (d.adapters[i].signature == name)
             found = static_cast<int>(i);
     }
     if (found == -2)
-        return name == NVME_MGMT_NAME ? EIO : ENOENT;
+        return ENOENT;
     *handle = new Handle{found};
     ++d.openHandles;
     return 0;

@@ -20,7 +20,6 @@ using Page = std::array<KRT_U8, KRT_BUFFER_SIZE>;
 
 struct Adapter {
     std::string name, signature;
-    bool openable = true;
     Page identify{};            // Identify Controller data
     Page adapterInfo{};         // reply of the direct adapter-information request
     Page pairReply{};           // reply of the receive half of a pair
@@ -36,7 +35,6 @@ struct Request {
 
 struct Driver {
     std::vector<Adapter> adapters;
-    bool listFails = false;
     KRT_U32 listCount = ~0u;  // count reported instead of the real one
     std::vector<Request> requests;
     int openHandles = 0;
