@@ -13,23 +13,15 @@ namespace {
 
 class Registry : public ::testing::Test {
   protected:
-    void SetUp() override { registry.m_smbios_path = "/nonexistent/smbios"; }
     void TearDown() override
     {
-        registry.Final();
+        registry->Final();
         gVIDFormCLI = 0;
         EXPECT_EQ(fake::driver().openHandles, 0);
     }
-    // Scans the given adapters afresh.
-    void scan(const std::vector<fake::Adapter> &adapters)
-    {
-        registry.Final();
-        fake::driver().adapters = adapters;
-        registry.ScanV2();
-    }
 
     fake::Installed installed;
-    DeviceManagement registry;
+    DeviceManagement *registry = GetDeviceManagementInstance();
 };
 
 TEST_F(Registry, AcceptanceByVendorAndDeviceId)
@@ -47,16 +39,16 @@ TEST_F(Registry, AcceptanceByVendorAndDeviceId)
     };
     for (const auto &c : cases) {
         gVIDFormCLI = c.filter;
-        scan({fake::managedAdapter("vmhba1", c.vid, c.did)});
-        EXPECT_EQ(registry.getDeviceCount(), c.accepted) << c.name;
+        fake::scan({fake::managedAdapter("vmhba1", c.vid, c.did)});
+        EXPECT_EQ(registry->getDeviceCount(), c.accepted) << c.name;
     }
 }
 
 TEST_F(Registry, CountAboveTheArrayIsBounded)
 {
     fake::driver().listCount = 5000;
-    scan({fake::managedAdapter("vmhba1")});
-    EXPECT_EQ(registry.getDeviceCount(), 1);
+    fake::scan({fake::managedAdapter("vmhba1")});
+    EXPECT_EQ(registry->getDeviceCount(), 1);
     EXPECT_EQ(nvme_adapter_count(adapterList()), 64u);
 }
 
@@ -76,10 +68,10 @@ TEST_F(Registry, PciAddressFromAdapterInformation)
         a.adapterInfo[8 + 156] = c.fn;
         a.adapterInfo[8 + 157] = c.dev;
         a.adapterInfo[8 + 158] = c.bus;
-        scan({a});
-        ASSERT_EQ(registry.getDeviceCount(), 1);
-        EXPECT_STREQ(registry.getDeviceFun(0), c.text);
-        EXPECT_EQ(registry.getSlotID(0), -1);
+        fake::scan({a});
+        ASSERT_EQ(registry->getDeviceCount(), 1);
+        EXPECT_STREQ(registry->getDeviceFun(0), c.text);
+        EXPECT_EQ(registry->getSlotID(0), -1);
     }
 }
 
@@ -90,21 +82,21 @@ TEST_F(Registry, SubnqnTextBlanksNulsAndAppendsByte828)
     std::memcpy(&a.identify[768], nqn.data(), nqn.size());
     a.identify[768 + 40] = 'Z';
     a.identify[828] = 7;
-    scan({a});
-    ASSERT_EQ(registry.getDeviceCount(), 1);
-    EXPECT_EQ(registry.getDeviceSUBNQN(0), nqn + std::string(40 - nqn.size(), ' ') + "Z" + std::string(19, ' ') + "7");
+    fake::scan({a});
+    ASSERT_EQ(registry->getDeviceCount(), 1);
+    EXPECT_EQ(registry->getDeviceSUBNQN(0), nqn + std::string(40 - nqn.size(), ' ') + "Z" + std::string(19, ' ') + "7");
 }
 
 TEST_F(Registry, PlaceholderBeyondTheRegisteredDevicesRefusesEverything)
 {
-    scan({fake::managedAdapter("vmhba1")});
+    fake::scan({fake::managedAdapter("vmhba1")});
     Device *placeholder = CreateDefaultDeviceInstance();
-    EXPECT_NE(registry.getDevice(0), placeholder);
+    EXPECT_NE(registry->getDevice(0), placeholder);
     for (int index : {1, 1087, 1088, 65535})
-        EXPECT_EQ(registry.getDevice(static_cast<KRT_U16>(index)), placeholder) << index;
-    EXPECT_STREQ(registry.getDevicePath(5), "");
-    registry.Final();
-    EXPECT_EQ(registry.getDevice(0), placeholder);
+        EXPECT_EQ(registry->getDevice(static_cast<KRT_U16>(index)), placeholder) << index;
+    EXPECT_STREQ(registry->getDevicePath(5), "");
+    registry->Final();
+    EXPECT_EQ(registry->getDevice(0), placeholder);
 
     fake::driver().requests.clear();
     const KRT_U32 words[1] = {0};

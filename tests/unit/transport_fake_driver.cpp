@@ -108,6 +108,7 @@ Installed::~Installed()
 
 void scan(const std::vector<Adapter> &adapters)
 {
+    GetDeviceManagementInstance()->Final();
     driver().adapters = adapters;
     GetDeviceManagementInstance()->m_smbios_path = "/nonexistent/smbios";
     GetDeviceManagementInstance()->ScanV2();

@@ -45,7 +45,7 @@ Driver &driver();
 // An adapter of the managed kind: vendor and device ID as the build sets them.
 Adapter managedAdapter(const std::string &name, KRT_U16 vid = KRT_PCI_VENDOR_ID, KRT_U16 did = KRT_PCI_DEVICE_ID);
 
-// Registers the adapters in the process-wide registry, then forgets the scan's requests.
+// Registers the adapters afresh in the process-wide registry, then forgets the scan's requests.
 void scan(const std::vector<Adapter> &adapters);
 // Requests of one wire opcode; words from..to-1 of a request.
 std::vector<Request> sent(KRT_U8 opcode);
