@@ -26,10 +26,7 @@ TEST(KRTLock, SerialisesTwoProcesses)
     // Each process appends "<tag>+" on taking the lock and "<tag>-" before
     // releasing it, holding it for a while in between. Serialised, the
     // trace never shows two "+" in a row.
-    const auto run = [&](char tag) {
-        KRTLock *lock = new KRTLock;
-        if (!lock->init(name.c_str()))
-            return false;
+    const auto run = [&](char tag, KRTLock *lock) {
         for (int i = 0; i < 3; ++i) {
             lock->lock();
             std::FILE *f = std::fopen(trace.c_str(), "a");
@@ -41,13 +38,20 @@ TEST(KRTLock, SerialisesTwoProcesses)
             lock->unlock();
         }
         lock->close();
-        return true;
     };
+    // The semaphore exists before the second process opens it.
+    KRTLock *parent = new KRTLock;
+    ASSERT_TRUE(parent->init(name.c_str()));
     const pid_t child = fork();
     ASSERT_GE(child, 0);
-    if (child == 0)
-        _exit(run('c') ? 0 : 2);
-    EXPECT_TRUE(run('p'));
+    if (child == 0) {
+        KRTLock *own = new KRTLock;
+        if (!own->init(name.c_str()))
+            _exit(2);
+        run('c', own);
+        _exit(0);
+    }
+    run('p', parent);
     int status = 0;
     waitpid(child, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
