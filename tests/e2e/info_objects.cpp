@@ -86,9 +86,6 @@ TEST(InfoRaid, VirtualDisks)
                     "cdw14=0x00000001 cdw15=0x00000000 dir=from len=4096"));
     EXPECT_TRUE(has(log, "cdw12=0x000002e3 cdw13=0x00000000 cdw14=0x00000001"));
 
-    const auto one = m.cli({"info", "-o", "ld", "-i", "1"});
-    EXPECT_EQ(one.out.substr(0, 22), "VD ID:               1");
-    EXPECT_FALSE(has(one.out, "Total #"));
     EXPECT_EQ(m.cli({"info", "-o", "vd", "-i", "5"}).out, kNoVD);
 }
 
@@ -102,7 +99,6 @@ TEST(InfoRaid, PhysicalDisks)
     EXPECT_TRUE(has(r.out, "\n\nTotal # of PD:          8\n\n"));
     EXPECT_FALSE(has(r.out, "Importable:"));  // a RAID controller does not say
 
-    EXPECT_EQ(m.cli({"info", "-o", "hd", "-i", "6"}).out.substr(0, 34), "PD ID:                           6");
     EXPECT_EQ(m.cli({"info", "-o", "pd", "-i", "9"}).out, kNoPD);
     // 255 is the id of "all".
     EXPECT_EQ(occurrences(m.cli({"info", "-o", "pd", "-i", "255"}).out, "PD ID:"), 8);
@@ -189,7 +185,7 @@ TEST(InfoMulti, EveryControllerAndTheBoundOne)
 TEST(InfoJbof, EveryObject)
 {
     SimMachine m("jbof");
-    EXPECT_EQ(m.cli({"info", "-o", "pd", "-i", "0"}).out,
+    EXPECT_EQ(m.cli({"info", "-o", "hd", "-i", "0"}).out,  // one disk: no total
               "PD ID:                           0\n"
               "Model:                           NVMe SSD 1920GB                         \n"
               "Serial:                          SSD010000000100     \n"
@@ -225,7 +221,7 @@ TEST(InfoJbof, EveryObject)
 TEST(InfoDegraded, MissingMemberParityAndActivities)
 {
     SimMachine m("degraded");
-    EXPECT_EQ(m.cli({"info", "-o", "vd", "-i", "0"}).out,
+    EXPECT_EQ(m.cli({"info", "-o", "ld", "-i", "0"}).out,
               "VD ID:               0\nName:                archive\nStatus:              Degrade\n"
               "Importable:          No\nRAID Mode:           RAID6\nsize:                3576 GB\n"
               "PD Count:            4\nPDs:                 0 1 2 ? \nParity Disk Number:  2\n"
