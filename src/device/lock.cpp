@@ -40,15 +40,17 @@ bool KRTLock::init(const char *name)
     std::snprintf(lockName, sizeof lockName, "%s", name);
     m_handle = sem_open(lockName, O_RDWR, kLockMode, kLockValue);
     if (m_handle == SEM_FAILED) {
-        m_handle = sem_open(lockName, O_RDWR | O_CREAT, kLockMode, kLockValue);
+        // Created exclusively, starting free: of two processes that start at
+        // once only one creates it, and the other opens that one rather than
+        // setting it free again while the first holds it.
+        m_handle = sem_open(lockName, O_RDWR | O_CREAT | O_EXCL, kLockMode, kLockValue);
+        if (m_handle == SEM_FAILED && errno == EEXIST)
+            m_handle = sem_open(lockName, O_RDWR);
         if (m_handle == SEM_FAILED) {
             m_handle = nullptr;
             add_log("create sem error: %s\n", std::strerror(errno));
             return false;
         }
-        // A fresh semaphore starts free for every process that opens it.
-        if (sem_init(m_handle, 1, kLockValue) != 0)
-            add_log("init sem error: %s\n", std::strerror(errno));
     }
     add_log("init sem %s value is %u\n", lockName, semValue(m_handle));
     return true;
