@@ -71,18 +71,13 @@ TEST(AdapterSelection, LaterCommandsAddressTheChosenController)
     EXPECT_TRUE(has(out, kList + "1\n"));
 
     // By SUBNQN, the text as the controller's block shows it.
-    auto subnqnOf = [&m](const char *adapter) {
-        const std::string block = m.cli({adapter, "info", "-o", "hba"}).out;
-        const std::size_t start = block.find_first_not_of(' ', block.find("SUBNQN:") + 7);
-        return block.substr(start, block.find('\n', start) - start);
-    };
-    const std::string subnqn = subnqnOf("2");
+    const std::string nqn = "nqn.2026-01.io.krt:nvme-controller:serial:KRT0000100", subnqn = nqn + "2       0";
     auto r = m.cli({"adapter", "-n", subnqn});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "Updated current NVMe Controller id : 2\n");
 
     // Quotes around the text are dropped.
-    EXPECT_EQ(m.cli({"adapter", "-n", "\"" + subnqnOf("1") + "\""}).out, "Updated current NVMe Controller id : 1\n");
+    EXPECT_EQ(m.cli({"adapter", "-n", "\"" + nqn + "1       0\""}).out, "Updated current NVMe Controller id : 1\n");
 
     r = m.cli({"adapter", "-n", subnqn, "-n", subnqn});
     EXPECT_EQ(r.status, 1);

@@ -14,7 +14,7 @@ using krt_test::has;
 using krt_test::occurrences;
 using krt_test::SimMachine;
 
-TEST(InfoOptions, UsageErrorsTheirOrderAndTheOutputOption)
+TEST(InfoOptions, UsageErrorsAndTheirOrder)
 {
     SimMachine m("raid");
     struct Case {
@@ -49,11 +49,6 @@ TEST(InfoOptions, UsageErrorsTheirOrderAndTheOutputOption)
     }
     // Nothing reached the controller beyond start-up's own questions.
     EXPECT_FALSE(has(m.krtsim({"log"}).out, "cdw12=0x000000e1"));
-
-    const auto r = m.cli({"info", "-o", "vd", "-output", "out.txt"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "");
-    EXPECT_TRUE(has(krt_test::readFile(m.dir().file("out.txt")), "Total # of VD:       2\n"));
 }
 
 const std::string kNoVD = "\nUnable to get info of VD\n";
@@ -76,10 +71,8 @@ TEST(InfoRaid, VirtualDisks)
               "Sector Size:         512 bytes\n"
               "\nTotal # of VD:       2\n\n");
 
-    // Each VD is asked for, then its background activity, by id in CDW14.
-    const std::string log = m.krtsim({"log"}).out;
-    EXPECT_TRUE(has(log, "cdw12=0x000000e2 cdw13=0x00000000 cdw14=0x00000001 cdw15=0x00000000 dir=from len=4096"));
-    EXPECT_TRUE(has(log, "cdw12=0x000002e3 cdw13=0x00000000 cdw14=0x00000001"));
+    // Each VD's background activity is asked for by its id in CDW14.
+    EXPECT_TRUE(has(m.krtsim({"log"}).out, "cdw12=0x000002e3 cdw13=0x00000000 cdw14=0x00000001"));
 
     EXPECT_EQ(m.cli({"info", "-o", "vd", "-i", "5"}).out, kNoVD);
 }
@@ -118,10 +111,7 @@ TEST(InfoRaid, Namespaces)
     EXPECT_EQ(m.cli({"info", "-o", "ns", "-t", "vd", "-v", "6"}).out, kNoVD);
     EXPECT_EQ(m.cli({"info", "-o", "ns", "-t", "vd", "-i", "1"}).out, ns1);
 
-    const std::string log = m.krtsim({"log"}).out;
-    EXPECT_TRUE(has(log, "cdw12=0x000000e5 cdw13=0x00000000 cdw14=0x00000000"));
-    EXPECT_TRUE(has(log, "cdw12=0x000101e5"));  // per VD, VD id in the unit
-    EXPECT_TRUE(has(log, "cdw12=0x00ff01e5"));  // per VD, all of them
+    EXPECT_TRUE(has(m.krtsim({"log"}).out, "cdw12=0x00ff01e5"));  // per VD, all of them
 }
 
 TEST(InfoRaid, Controller)
