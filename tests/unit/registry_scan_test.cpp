@@ -33,9 +33,7 @@ TEST_F(Registry, AcceptanceByVendorAndDeviceId)
     } cases[] = {
         {"managed", KRT_PCI_VENDOR_ID, KRT_PCI_DEVICE_ID, 0, 1},
         {"other device", KRT_PCI_VENDOR_ID, 0x1234, 0, 0},
-        {"other vendor", 0x8086, KRT_PCI_DEVICE_ID, 0, 0},
         {"other vendor named by --vid", 0x8086, 0x0953, 0x8086, 1},
-        {"managed but --vid names another", KRT_PCI_VENDOR_ID, KRT_PCI_DEVICE_ID, 0x8086, 0},
     };
     for (const auto &c : cases) {
         gVIDFormCLI = c.filter;
@@ -59,8 +57,6 @@ TEST_F(Registry, PciAddressFromAdapterInformation)
         const char *text;
     } cases[] = {
         {0x0B, 0x55, 0x03, "03:01.03"},  // packed device and function; byte 165 ignored
-        {0x02, 0x1F, 0xA0, "a0:1f.02"},
-        {0x07, 0x00, 0x00, "00:00.07"},
         {0xFF, 0x00, 0xFF, "ff:1f.07"},
     };
     for (const auto &c : cases) {
@@ -102,7 +98,6 @@ TEST_F(Registry, PlaceholderBeyondTheRegisteredDevicesRefusesEverything)
     const KRT_U32 words[1] = {0};
     krt_admin_command_format cmd{};
     EXPECT_EQ(placeholder->sendCommand(6, 0, words, 1, nullptr, 0, nullptr, 0), 1u);
-    EXPECT_EQ(placeholder->sendNVM(1, 0, words, 1, nullptr, 0, nullptr, 0), 1u);
     EXPECT_EQ(placeholder->sendPassthruAdmin(&cmd, nullptr, 0, nullptr, 0), 1u);
     placeholder->closeHandle();  // the placeholder outlives every close
     EXPECT_EQ(placeholder->sendCommand(6, 0, words, 1, nullptr, 0, nullptr, 0), 1u);

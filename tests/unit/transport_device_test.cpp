@@ -123,10 +123,8 @@ TEST_F(PairTransport, RequestHeadAndSendReceiveWords)
     EXPECT_EQ(fake::dwords(send, 10, 16), (Words{1024, zolt, 0x560223E1u, 0x5Au << 16, 0, krt}));
     EXPECT_EQ(fake::dwords(receive, 0, 1), (Words{206}));
     EXPECT_EQ(fake::dwords(receive, 10, 16), (Words{0, 0, 0, 0, 0, krt}));
-    EXPECT_EQ(send.direction, XFER_TO_DEV);
-    EXPECT_EQ(receive.direction, XFER_FROM_DEV);
-    EXPECT_EQ(send.length, 4096u);
-    EXPECT_EQ(receive.length, 4096u);
+    EXPECT_EQ((Words{send.direction, send.length, receive.direction, receive.length}),
+              (Words{XFER_TO_DEV, 4096, XFER_FROM_DEV, 4096}));
 
     // Signature, four command words at most, head size, input length, the
     // low halves of the words, then the input.
