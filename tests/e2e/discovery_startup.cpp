@@ -69,7 +69,6 @@ TEST(DiscoveryStartup, NoOneAndSeveralControllers)
         for (const auto &a : c.adapters)
             expected.push_back(adapterInfo(a));  // the cached controller records, in list order
         EXPECT_EQ(commandLog(m), expected);
-        EXPECT_EQ(controllersListed(m), c.adapters.empty() ? -1 : static_cast<int>(c.adapters.size()));
     }
 }
 
@@ -109,15 +108,12 @@ TEST(DiscoveryStartup, RefusedListAndMissingLibrary)
 {
     SimMachine m("raid");
     ASSERT_EQ(m.krtsim({"fault", "list-fail"}).status, 0);
-    const krt_test::RunResult runs[] = {m.cli({"version"}), krt_test::cliWithoutLibrary({"version"}),
-                                        krt_test::cliWithoutLibrary({"info", "-o", "hba"})};
-    for (const auto &r : runs) {
+    const krt_test::RunResult runs[] = {m.cli({"version"}), krt_test::cliWithoutLibrary({"info", "-o", "hba"})};
+    for (const auto &r : runs)
         EXPECT_EQ(r.status, 0);
-        EXPECT_EQ(r.out.rfind(kListFailed + kNone, 0), 0u) << r.out;
-    }
+    EXPECT_EQ(runs[0].out.rfind(kListFailed + kNone + "CLI Version: 1.0.0.1041\n", 0), 0u) << runs[0].out;
+    EXPECT_EQ(runs[1].out, kListFailed + kNone);
     EXPECT_TRUE(commandLog(m).empty());
-    EXPECT_TRUE(has(runs[1].out, "CLI Version: 1.0.0.1041\n"));
-    EXPECT_EQ(runs[2].out, kListFailed + kNone);
 }
 
 TEST(DiscoveryStartup, ControllerFaultsDuringTheScan)

@@ -33,11 +33,10 @@ TEST_F(Api, ControllerInformationDefaultsAndIndexes)
     fake::answer(adapter(1).adapterInfo, rec);
     fake::answer(adapter(1).pairReply, rec);
     _NVME_Adapter_Info got{};
+    const auto limits = [&] { return std::vector<KRT_U32>{got.MaxPD, got.MaxVD, got.MaxFlashSize}; };
     for (auto get : {KRT_Adapter_GetSimpleInfo, KRT_Adapter_GetInfo}) {
         ASSERT_EQ(get(1, &got), 0u);
-        EXPECT_EQ(got.MaxPD, 4) << "no disk limit: one per port";
-        EXPECT_EQ(got.MaxFlashSize, 0x800000u);
-        EXPECT_EQ(got.MaxVD, 9);
+        EXPECT_EQ(limits(), (std::vector<KRT_U32>{4, 9, 0x800000})) << "no disk limit: one per port";
     }
     EXPECT_EQ(requests()[0].adapter, "vmhba2");
     EXPECT_EQ(fake::dwords(requests()[0].io, 12, 13), std::vector<KRT_U32>{0xE0});
@@ -46,8 +45,7 @@ TEST_F(Api, ControllerInformationDefaultsAndIndexes)
     rec.MaxFlashSize = 0x1000;
     fake::answer(adapter(1).adapterInfo, rec);
     ASSERT_EQ(KRT_Adapter_GetSimpleInfo(256 + 1, &got), 0u) << "the index is narrowed to eight bits";
-    EXPECT_EQ(got.MaxPD, 8);
-    EXPECT_EQ(got.MaxFlashSize, 0x1000u);
+    EXPECT_EQ(limits(), (std::vector<KRT_U32>{8, 9, 0x1000}));
     EXPECT_EQ(KRT_Adapter_GetSimpleInfo(5, &got), 1u) << "the placeholder refuses";
     EXPECT_EQ(KRT_Adapter_GetInfo(5, &got), 1u);
 }
@@ -93,14 +91,11 @@ TEST_F(Api, ClassFormRequests)
         EXPECT_EQ(c.call(), 0u);
         ASSERT_EQ(requests().size(), 2u);
         EXPECT_EQ(requests()[0].io.cmd[12], (KRT_U32{c.sub} << 16) | c.cls);
+        // Word count, input length, class, sub-command, parameter.
         const std::vector<KRT_U8> &h = requests()[0].sent;
-        EXPECT_EQ(h[4], c.param < 0 ? 2 : 3);
-        EXPECT_EQ(h[6] | (h[7] << 8), c.inLen);
-        EXPECT_EQ(h[8] | (h[9] << 8), c.cls);
-        EXPECT_EQ(h[10] | (h[11] << 8), c.sub);
-        if (c.param >= 0) {
-            EXPECT_EQ(h[12] | (h[13] << 8), c.param);
-        }
+        const auto u16 = [&](int at) { return h[at] | (h[at + 1] << 8); };
+        EXPECT_EQ((std::vector<int>{h[4], u16(6), u16(8), u16(10), c.param < 0 ? -1 : u16(12)}),
+                  (std::vector<int>{c.param < 0 ? 2 : 3, c.inLen, c.cls, c.sub, c.param}));
     }
 }
 
