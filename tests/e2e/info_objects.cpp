@@ -143,7 +143,6 @@ TEST(InfoMulti, EveryControllerAndTheBoundOne)
 {
     SimMachine m("multi");
     auto r = m.cli({"info", "-o", "hba"});
-    EXPECT_EQ(occurrences(r.out, "NVMe Controller ID:"), 3);
     EXPECT_TRUE(has(r.out, "NVMe Controller ID:                  2\nBus Device Fun:                      12:00.00\n"));
     EXPECT_TRUE(has(r.out, "Total # of HBA:      3\n\n"));
     // Every block takes the layout of the addressed controller (RAID here),
@@ -214,7 +213,6 @@ TEST(InfoDegraded, MissingMemberParityAndActivities)
                     "NS ID:               2\nSize:                1788 GB\nParent VD ID:        0\n"
                     "Valid:               Yes\nActive:              No\n"));
 
-    EXPECT_TRUE(has(m.cli({"info", "-o", "pd", "-i", "4"}).out, "Status:                          Fail\n"));
     EXPECT_TRUE(has(m.cli({"info", "-o", "pd", "-i", "7"}).out, "SMART Critical Warning:          Yes\n"));
 }
 

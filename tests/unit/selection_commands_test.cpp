@@ -16,7 +16,7 @@ struct Case {
     std::vector<std::string> words;
     int status;
     std::string out;  // adapter: the whole output; info: a part of it
-    int current;
+    int current = 0;  // the controller chosen afterwards
 };
 
 // Runs every case through the entry's handler, as controller 0 of two.
@@ -51,15 +51,15 @@ TEST(Selection, AdapterIdInOneBaseMode)
     const std::string announce = "NVMe Controller 1 set as default CLI commands refers to.\n";
     runOneBased({"adapter", 8, doAdapter, adapter_help, adapter_sh},
                 {
-                    {{"adapter", "-i", "0"}, 1, "-i : invalid NVMe Controller id '0'\n", 0},
-                    {{"adapter", "-i", "3"}, 1, "NVMe Controller 3 does not exist.\n", 0},
-                    {{"adapter", "-i", "x1"}, 1, "-i : invalid NVMe Controller id 'x1'\n", 0},
+                    {{"adapter", "-i", "0"}, 1, "-i : invalid NVMe Controller id '0'\n"},
+                    {{"adapter", "-i", "3"}, 1, "NVMe Controller 3 does not exist.\n"},
+                    {{"adapter", "-i", "x1"}, 1, "-i : invalid NVMe Controller id 'x1'\n"},
                     {{"adapter", "-i", "2"},
                      0,
                      "NVMe Controller 2 set as default CLI commands refers to.\n"
                      "Updated current NVMe Controller id : 0\n",
                      1},
-                    {{"adapter", "-i", "1", "-i", "1"}, 1, announce + announce + "Duplicated option specified.\n", 0},
+                    {{"adapter", "-i", "1", "-i", "1"}, 1, announce + announce + "Duplicated option specified.\n"},
                 },
                 true);
 }
@@ -70,17 +70,16 @@ TEST(InfoOneBase, DiskIdsAreShiftedAndNamespaceIdsAreNot)
 {
     runOneBased({"info", 5, doSInfo, info_help, info_sh},
                 {
-                    {{"info", "-o", "pd", "-i", "1"}, 0, "CDW[12]: 0x000000e1\nCDW[14]: 0x00000000\n", 0},
-                    {{"info", "-o", "vd", "-i", "3"}, 0, "CDW[12]: 0x000000e2\nCDW[14]: 0x00000002\n", 0},
+                    {{"info", "-o", "pd", "-i", "1"}, 0, "CDW[12]: 0x000000e1\nCDW[14]: 0x00000000\n"},
+                    {{"info", "-o", "vd", "-i", "3"}, 0, "CDW[12]: 0x000000e2\nCDW[14]: 0x00000002\n"},
                     // Below the first number: reported, then asked for all the same.
                     {{"info", "-o", "pd", "-i", "0"},
                      0,
-                     "-i : id should be a number\nCDW[0] : 0x000000e2\nCDW[12]: 0x000000e1\nCDW[14]: 0x0000ffff\n",
-                     0},
-                    {{"info", "-o", "vd", "-i", "0"}, 0, "CDW[12]: 0x000000e2\nCDW[14]: 0x0000ffff\n", 0},
+                     "-i : id should be a number\nCDW[0] : 0x000000e2\nCDW[12]: 0x000000e1\nCDW[14]: 0x0000ffff\n"},
+                    {{"info", "-o", "vd", "-i", "0"}, 0, "CDW[12]: 0x000000e2\nCDW[14]: 0x0000ffff\n"},
                     // 256 counted from one is id 255: every disk.
-                    {{"info", "-o", "pd", "-i", "256"}, 0, "\nNo physical disk is found.\n", 0},
-                    {{"info", "-o", "ns", "-t", "vd", "-v", "3"}, 0, "CDW[12]: 0x000301e5\nCDW[14]: 0x00000000\n", 0},
+                    {{"info", "-o", "pd", "-i", "256"}, 0, "\nNo physical disk is found.\n"},
+                    {{"info", "-o", "ns", "-t", "vd", "-v", "3"}, 0, "CDW[12]: 0x000301e5\nCDW[14]: 0x00000000\n"},
                 },
                 false);
 }
