@@ -22,14 +22,14 @@ constexpr KRT_U32 NVME_CNS_CONTROLLER = 0x01;
 constexpr KRT_U32 NVME_CNS_PRIMARY_CTRL_CAPS = 0x14;
 
 // Vendor opcodes.
-constexpr KRT_U8 KRT_VENDOR_OPCODE = 0xE2;         // direct request (get information and the like)
-constexpr KRT_U8 KRT_PD_CMD_FROM_DISK = 0xC2;      // back-end disk command, data from the disk
-constexpr KRT_U8 KRT_PD_CMD_TO_DISK = 0xC3;        // back-end disk command, data to the disk or none
-constexpr KRT_U8 KRT_PAIR_REQUEST_OPCODE = 250;    // class-form request handed to the pair device
-constexpr KRT_U8 KRT_PAIR_SEND_OPCODE = 251;       // tool's name for the send half
-constexpr KRT_U8 KRT_PAIR_RECEIVE_OPCODE = 252;    // tool's name for the receive half
-constexpr KRT_U8 KRT_PAIR_SEND_WIRE = 203;         // what the send half goes out as
-constexpr KRT_U8 KRT_PAIR_RECEIVE_WIRE = 206;      // what the receive half goes out as
+constexpr KRT_U8 KRT_VENDOR_OPCODE = 0xE2;       // direct request (get information and the like)
+constexpr KRT_U8 KRT_PD_CMD_FROM_DISK = 0xC2;    // back-end disk command, data from the disk
+constexpr KRT_U8 KRT_PD_CMD_TO_DISK = 0xC3;      // back-end disk command, data to the disk or none
+constexpr KRT_U8 KRT_PAIR_REQUEST_OPCODE = 250;  // class-form request handed to the pair device
+constexpr KRT_U8 KRT_PAIR_SEND_OPCODE = 251;     // tool's name for the send half
+constexpr KRT_U8 KRT_PAIR_RECEIVE_OPCODE = 252;  // tool's name for the receive half
+constexpr KRT_U8 KRT_PAIR_SEND_WIRE = 203;       // what the send half goes out as
+constexpr KRT_U8 KRT_PAIR_RECEIVE_WIRE = 206;    // what the receive half goes out as
 
 // Object classes of the vendor requests (CDW12 byte 0, or dword 0 of a class-form request).
 enum KRT_CLASS : KRT_U8 {

@@ -88,5 +88,6 @@ constexpr KRT_U32 nvme_comp_dw3(KRT_U32 sct, KRT_U32 sc)
 }
 constexpr KRT_U32 nvme_comp_status(KRT_U32 dw3)
 {
-    return (((dw3 >> NVME_COMP_SCT_SHIFT) & NVME_COMP_SCT_MASK) << 8) | ((dw3 >> NVME_COMP_SC_SHIFT) & NVME_COMP_SC_MASK);
+    return (((dw3 >> NVME_COMP_SCT_SHIFT) & NVME_COMP_SCT_MASK) << 8) |
+           ((dw3 >> NVME_COMP_SC_SHIFT) & NVME_COMP_SC_MASK);
 }

@@ -65,8 +65,8 @@ KRT_CHECK_OFFSET(vmk_MgmtApiSignature, callbacks, 72);
 // The library's three entry points. Each returns 0 or a UNIX error number.
 // The invoke call takes argCount pointers, one per payload parameter.
 int vmk_MgmtUserInit(vmk_MgmtApiSignature *sig, KRT_U64 userCookie, vmk_MgmtUserHandle *handle);
-int vmk_MgmtUserCallbackInvokeInt(vmk_MgmtUserHandle handle, KRT_U64 instanceId, KRT_U64 callbackId,
-                                  KRT_U32 argCount, ...);
+int vmk_MgmtUserCallbackInvokeInt(vmk_MgmtUserHandle handle, KRT_U64 instanceId, KRT_U64 callbackId, KRT_U32 argCount,
+                                  ...);
 int vmk_MgmtUserDestroy(vmk_MgmtUserHandle handle);
 
 }  // extern "C"

@@ -12,5 +12,4 @@ using KRT_U64 = std::uint64_t;
 
 // Checks a wire record's size and the offset of a field the program reads.
 #define KRT_CHECK_SIZE(type, size) static_assert(sizeof(type) == (size), #type " size")
-#define KRT_CHECK_OFFSET(type, field, off) \
-    static_assert(offsetof(type, field) == (off), #type "." #field " offset")
+#define KRT_CHECK_OFFSET(type, field, off) static_assert(offsetof(type, field) == (off), #type "." #field " offset")

@@ -4,9 +4,9 @@
 
 #include "util/command.h"
 
-#define KRT_DECLARE_COMMAND(handler, name)  \
+#define KRT_DECLARE_COMMAND(handler, name)                         \
     int handler(int argc, char **argv, const Command_Info *entry); \
-    extern const char name##_help[];        \
+    extern const char name##_help[];                               \
     extern const char name##_sh[]
 
 // Public commands.

@@ -4,21 +4,32 @@
 
 namespace krt_test {
 
-std::string cliPath() { return KRT_CLI_PATH; }
-std::string krtsimPath() { return KRTSIM_PATH; }
-std::string simLibDir() { return KRTSIM_LIB_DIR; }
+std::string cliPath()
+{
+    return KRT_CLI_PATH;
+}
+std::string krtsimPath()
+{
+    return KRTSIM_PATH;
+}
+std::string simLibDir()
+{
+    return KRTSIM_LIB_DIR;
+}
 
 SimMachine::SimMachine(const std::string &fixture) : state_(dir_.file("sim.state"))
 {
     RunResult r = krtsim({"reset", fixture});
-    if (r.status != 0) throw std::runtime_error("krtsim reset " + fixture + " failed: " + r.err);
+    if (r.status != 0)
+        throw std::runtime_error("krtsim reset " + fixture + " failed: " + r.err);
 }
 
 RunOptions SimMachine::env(RunOptions options) const
 {
     options.env["LD_LIBRARY_PATH"] = simLibDir();
     options.env["KRTSIM_STATE"] = state_;
-    if (options.cwd.empty()) options.cwd = dir_.path();
+    if (options.cwd.empty())
+        options.cwd = dir_.path();
     return options;
 }
 

@@ -10,12 +10,12 @@
 namespace krt_test {
 
 // Paths of the built programs (set by CMake).
-std::string cliPath();      // the krt_cli binary
-std::string krtsimPath();   // the krtsim tool
-std::string simLibDir();    // the folder holding the simulated libvmkmgmt.so
+std::string cliPath();     // the krt_cli binary
+std::string krtsimPath();  // the krtsim tool
+std::string simLibDir();   // the folder holding the simulated libvmkmgmt.so
 
 class SimMachine {
-public:
+  public:
     // Creates the state from a fixture: raid, jbof, multi, foreign, empty,
     // large, or a path to a JSON fixture.
     explicit SimMachine(const std::string &fixture = "raid");
@@ -32,7 +32,7 @@ public:
     const std::string &statePath() const { return state_; }
     const TempDir &dir() const { return dir_; }
 
-private:
+  private:
     TempDir dir_;
     std::string state_;
 };

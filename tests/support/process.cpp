@@ -40,28 +40,35 @@ RunResult runProcess(const std::vector<std::string> &argv, const RunOptions &opt
 
     // Build argv and the environment before forking.
     std::vector<char *> args;
-    for (const auto &a : argv) args.push_back(const_cast<char *>(a.c_str()));
+    for (const auto &a : argv)
+        args.push_back(const_cast<char *>(a.c_str()));
     args.push_back(nullptr);
     std::map<std::string, std::string> envMap;
     for (char **e = environ; *e != nullptr; ++e) {
         std::string entry(*e);
         auto eq = entry.find('=');
-        if (eq != std::string::npos) envMap[entry.substr(0, eq)] = entry.substr(eq + 1);
+        if (eq != std::string::npos)
+            envMap[entry.substr(0, eq)] = entry.substr(eq + 1);
     }
-    for (const auto &[k, v] : options.env) envMap[k] = v;
+    for (const auto &[k, v] : options.env)
+        envMap[k] = v;
     std::vector<std::string> envStrings;
-    for (const auto &[k, v] : envMap) envStrings.push_back(k + "=" + v);
+    for (const auto &[k, v] : envMap)
+        envStrings.push_back(k + "=" + v);
     std::vector<char *> envp;
-    for (auto &s : envStrings) envp.push_back(s.data());
+    for (auto &s : envStrings)
+        envp.push_back(s.data());
     envp.push_back(nullptr);
 
     pid_t pid = fork();
-    if (pid < 0) throw std::runtime_error("fork failed");
+    if (pid < 0)
+        throw std::runtime_error("fork failed");
     if (pid == 0) {
         dup2(inPipe[0], 0);
         dup2(outPipe[1], 1);
         dup2(errPipe[1], 2);
-        if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0) _exit(126);
+        if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0)
+            _exit(126);
         execve(args[0], args.data(), envp.data());
         _exit(127);
     }
@@ -74,27 +81,35 @@ RunResult runProcess(const std::vector<std::string> &argv, const RunOptions &opt
 
     RunResult result;
     std::size_t written = 0;
-    if (options.input.empty()) closeFd(inFd);
+    if (options.input.empty())
+        closeFd(inFd);
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.timeoutSeconds);
     bool killed = false;
     while (outFd >= 0 || errFd >= 0) {
         pollfd fds[3];
         int n = 0;
-        if (outFd >= 0) fds[n++] = {outFd, POLLIN, 0};
-        if (errFd >= 0) fds[n++] = {errFd, POLLIN, 0};
-        if (inFd >= 0) fds[n++] = {inFd, POLLOUT, 0};
+        if (outFd >= 0)
+            fds[n++] = {outFd, POLLIN, 0};
+        if (errFd >= 0)
+            fds[n++] = {errFd, POLLIN, 0};
+        if (inFd >= 0)
+            fds[n++] = {inFd, POLLOUT, 0};
         int ready = poll(fds, n, 100);
-        if (ready < 0 && errno != EINTR) break;
+        if (ready < 0 && errno != EINTR)
+            break;
         if (std::chrono::steady_clock::now() > deadline && !killed) {
             kill(pid, SIGKILL);
             killed = true;
         }
         for (int i = 0; i < n; ++i) {
-            if (fds[i].revents == 0) continue;
+            if (fds[i].revents == 0)
+                continue;
             if (fds[i].fd == inFd) {
                 ssize_t w = write(inFd, options.input.data() + written, options.input.size() - written);
-                if (w > 0) written += static_cast<std::size_t>(w);
-                if (w < 0 || written == options.input.size()) closeFd(inFd);
+                if (w > 0)
+                    written += static_cast<std::size_t>(w);
+                if (w < 0 || written == options.input.size())
+                    closeFd(inFd);
                 continue;
             }
             char buf[65536];
@@ -118,7 +133,8 @@ RunResult runProcess(const std::vector<std::string> &argv, const RunOptions &opt
 TempDir::TempDir()
 {
     std::string pattern = (std::filesystem::temp_directory_path() / "krt-test-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+    if (mkdtemp(pattern.data()) == nullptr)
+        throw std::runtime_error("mkdtemp failed");
     path_ = pattern;
 }
 

@@ -15,10 +15,10 @@ struct RunResult {
 };
 
 struct RunOptions {
-    std::string input;                          // written to standard input, then closed
-    std::map<std::string, std::string> env;     // added to (or replacing) the environment
-    std::string cwd;                            // working directory, empty: unchanged
-    int timeoutSeconds = 60;                    // the child is killed after this
+    std::string input;                       // written to standard input, then closed
+    std::map<std::string, std::string> env;  // added to (or replacing) the environment
+    std::string cwd;                         // working directory, empty: unchanged
+    int timeoutSeconds = 60;                 // the child is killed after this
 };
 
 RunResult runProcess(const std::vector<std::string> &argv, const RunOptions &options = {});
@@ -26,7 +26,7 @@ RunResult runProcess(const std::vector<std::string> &argv, const RunOptions &opt
 // A fresh empty directory under the system's temporary directory, removed
 // with its contents when the object goes away.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir &) = delete;
@@ -34,7 +34,7 @@ public:
     const std::string &path() const { return path_; }
     std::string file(const std::string &name) const { return path_ + "/" + name; }
 
-private:
+  private:
     std::string path_;
 };
 
