@@ -11,24 +11,6 @@ namespace krtsim {
 
 namespace {
 
-// Vendor status codes of refusals.
-enum : KRT_U8 {
-    VS_LD_NOT_REDUNDANT = 51,
-    VS_LD_FUNCTIONAL = 54,
-    VS_HD_ASSIGNED = 59,
-    VS_INVALID_RAID_MODE = 60,
-    VS_INVALID_HD_COUNT = 61,
-    VS_INVALID_SBS = 62,
-    VS_NO_AVAILABLE_ID = 63,
-    VS_SECTOR_SIZE_MISMATCH = 64,
-    VS_NS_CAP_OUT_OF_RANGE = 65,
-    VS_LD_HAS_BGA = 66,
-    VS_NO_BGA = 67,
-    VS_INVALID_BGA_ACTION = 68,
-    VS_REBUILD_TARGET_TOO_SMALL = 72,
-    VS_INVALID_NS_COUNT = 74,
-};
-
 // Background activity actions carried in CDW14 bits 16-23.
 constexpr KRT_U8 kBgaPause = 1;
 constexpr KRT_U8 kBgaResume = 2;

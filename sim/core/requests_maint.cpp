@@ -263,7 +263,7 @@ KRT_U8 importVd(Request &r)
         return VS_INVALID_LD;
     SimVd &vd = r.ad.vds[id];
     if (!vd.importable)
-        return 57;  // Import already in table
+        return VS_IMPORT_ALREADY_IN_TABLE;
     vd.importable = 0;
     if (vd.status == KRT_VD_FOREIGN || vd.status == KRT_VD_IMPORTABLE)
         vd.status = KRT_VD_FUNCTIONAL;
@@ -279,7 +279,7 @@ KRT_U8 importNsTable(Request &r)
         return VS_INVALID_HD;
     SimPd &pd = r.ad.pds[id];
     if (!(pd.status & KRT_PD_IMPORTABLE))
-        return 56;  // Import no table
+        return VS_IMPORT_NO_TABLE;
     pd.status &= static_cast<KRT_U8>(~KRT_PD_IMPORTABLE);
     addEvent(r.ad, r.now, "PD %u namespace table imported", id);
     return VS_OK;
