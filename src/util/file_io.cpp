@@ -1,0 +1,68 @@
+#include "util/file_io.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "util/state.h"
+#include "util/text.h"
+
+namespace {
+
+constexpr std::size_t kNameSize = 1024;
+
+std::FILE *gFile = nullptr;
+
+}  // namespace
+
+int open_file(const char *name, const char *mode)
+{
+    close_file();
+    // Two bytes of room past the longest name: a quoted name is terminated
+    // one byte after its copied text.
+    char path[kNameSize + 2] = {};
+    if (noQuoteStrncpy(path, name, std::min(std::strlen(name), kNameSize - 1)) != 0)
+        return 1;
+    gFile = std::fopen(path, mode);
+    return gFile == nullptr ? 1 : 0;
+}
+
+long get_file_length()
+{
+    if (gFile == nullptr)
+        return 0;
+    const long here = std::ftell(gFile);
+    if (here < 0 || std::fseek(gFile, 0, SEEK_END) != 0)
+        return 0;
+    const long length = std::ftell(gFile);
+    std::fseek(gFile, here, SEEK_SET);
+    return length < 0 ? 0 : length;
+}
+
+std::size_t read_file(void *buffer, std::size_t n)
+{
+    return gFile == nullptr ? 0 : std::fread(buffer, 1, n, gFile);
+}
+
+std::size_t write_file(const void *buffer, std::size_t n)
+{
+    return gFile == nullptr ? 0 : std::fwrite(buffer, 1, n, gFile);
+}
+
+void close_file()
+{
+    if (gFile != nullptr)
+        std::fclose(gFile);
+    gFile = nullptr;
+}
+
+void _showRAWData(const void *buffer, long n)
+{
+    const auto *bytes = static_cast<const unsigned char *>(buffer);
+    for (long i = 0; i < n; ++i) {
+        if (i % 16 == 0)
+            std::fputc('\n', stream);
+        std::fprintf(stream, "0x%02x ", bytes[i]);
+    }
+    std::fputc('\n', stream);
+}
