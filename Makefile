@@ -3,14 +3,19 @@
 #   make run        krt_cli in shell mode against the simulated RAID controller
 #   make test       the whole suite
 #   make test SANITIZE=1   the same suite under AddressSanitizer + UBSan (build-asan/)
+#   make test RELEASE=1    the same suite in the Release configuration packagers use (build-release/)
 #   make bench      benchmarks
 #   make format     clang-format the tree
 
 SANITIZE ?= 0
+RELEASE ?= 0
 JOBS ?= $(shell nproc)
 ifeq ($(SANITIZE),1)
 BUILD ?= build-asan
 CMAKE_FLAGS += -DKRT_SANITIZE=ON
+else ifeq ($(RELEASE),1)
+BUILD ?= build-release
+CMAKE_FLAGS += -DCMAKE_BUILD_TYPE=Release
 else
 BUILD ?= build
 endif
@@ -43,4 +48,4 @@ format:
 	git ls-files '*.cpp' '*.h' '*.h.in' | grep -v '\.in$$' | xargs clang-format -i
 
 clean:
-	rm -rf build build-asan
+	rm -rf build build-asan build-release

@@ -11,6 +11,14 @@ namespace {
 
 nvme_adapter_list gAdapterList;
 
+// A platform name holds at most 31 characters and its terminator.
+void copyName(vmk_Name &dst, const char *src)
+{
+    const std::size_t n = strnlen(src, sizeof dst.string - 1);
+    std::memcpy(dst.string, src, n);
+    dst.string[n] = '\0';
+}
+
 // Both signatures carry the same two kernel-side callbacks; only the
 // parameters of the first differ.
 void fillSignature(vmk_MgmtApiSignature &sig, vmk_MgmtCallbackInfo (&callbacks)[2], const char *name, bool global)
@@ -18,8 +26,8 @@ void fillSignature(vmk_MgmtApiSignature &sig, vmk_MgmtCallbackInfo (&callbacks)[
     std::memset(&sig, 0, sizeof sig);
     std::memset(callbacks, 0, sizeof callbacks);
     sig.version = NVME_MGMT_VERSION;
-    std::strncpy(sig.name.string, name, sizeof sig.name.string - 1);
-    std::strncpy(sig.vendor.string, NVME_MGMT_VENDOR, sizeof sig.vendor.string - 1);
+    copyName(sig.name, name);
+    copyName(sig.vendor, NVME_MGMT_VENDOR);
     sig.numCallbacks = 2;
     sig.callbacks = callbacks;
     for (auto &cb : callbacks) {
