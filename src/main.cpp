@@ -41,6 +41,13 @@ bool inputIsGone()
     return poll(&fd, 1, 0) == 1 && (fd.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
 }
 
+// The system keeps only the low 8 bits of an exit status: a request that
+// failed with a status such as 0x100 must not look like success to a script.
+int exitStatus(int result)
+{
+    return result != 0 && (result & 0xFF) == 0 ? 1 : result;
+}
+
 int runShell()
 {
     std::fprintf(stream, "CLI Version: %s\n", CLI_VERSION);
@@ -191,5 +198,5 @@ int main(int argc, char **argv)
     }
     const int result = cmdDispatcher(count, words);
     finish();
-    return result;
+    return exitStatus(result);
 }

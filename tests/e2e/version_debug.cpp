@@ -95,6 +95,13 @@ TEST(DebugLevel, SendsTheTargetAndReportsTheOutcome)
     const auto r = m.cli({"debuglv", "-t", "0"});
     EXPECT_EQ(r.status, 0x07);  // the status 0x107 as an exit status
     EXPECT_EQ(r.out, "Invalid Firmware Image (Status Code: 0x107)\ndebug level access to normal failed.\n");
+
+    // A status whose low byte is 0 would read as success: it exits 1.
+    m.krtsim({"fault", "clear"});
+    m.krtsim({"fault", "add", "--opcode", "0xe2", "--cdw12", "0x000112e0", "--status", "0x0100"});
+    const auto failed = m.cli({"debuglv", "-t", "1"});
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_TRUE(has(failed.out, "(Status Code: 0x100)\ndebug level access to error only failed.\n"));
 }
 
 }  // namespace
