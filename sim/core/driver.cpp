@@ -4,12 +4,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 
 #include "controller.h"
 #include "krt/admin.h"
@@ -114,20 +116,28 @@ int adminCommand(const Handle &h, usr_io &io)
     StateFile *file = stateFile();
     if (file == nullptr)
         return EIO;
-    StateFile::Lock lock(*file);
-    SimState &st = file->state();
-    if (!validImage(st))
-        return EIO;  // rewritten by another build of the simulator meanwhile
-    int index = findAdapter(st, h.signature);
-    if (index < 0 || st.adapters[index].vanished)
-        return ENODEV;
-    std::span<KRT_U8> data(reinterpret_cast<KRT_U8 *>(static_cast<uintptr_t>(io.addr)), io.length);
-    FaultAction fault = takeFault(st, index, io.cmd);
-    KRT_U32 status = executeAdmin(st, index, io.cmd, io.direction, data, fault);
-    std::memset(io.comp, 0, sizeof io.comp);
-    io.comp[3] = nvme_comp_dw3(status >> 8, status & 0xFF);
-    io.status = status;
-    logCommand(*file, st.adapters[index], io, data, status);
+    KRT_U32 delayMillis = 0;
+    {
+        StateFile::Lock lock(*file);
+        SimState &st = file->state();
+        if (!validImage(st))
+            return EIO;  // rewritten by another build of the simulator meanwhile
+        int index = findAdapter(st, h.signature);
+        if (index < 0 || st.adapters[index].vanished)
+            return ENODEV;
+        std::span<KRT_U8> data(reinterpret_cast<KRT_U8 *>(static_cast<uintptr_t>(io.addr)), io.length);
+        FaultAction fault = takeFault(st, index, io.cmd);
+        if (fault.effect == FAULT_DELAY)
+            delayMillis = fault.value;
+        KRT_U32 status = executeAdmin(st, index, io.cmd, io.direction, data, fault);
+        std::memset(io.comp, 0, sizeof io.comp);
+        io.comp[3] = nvme_comp_dw3(status >> 8, status & 0xFF);
+        io.status = status;
+        logCommand(*file, st.adapters[index], io, data, status);
+    }
+    // A slow controller keeps its caller waiting, not the other processes.
+    if (delayMillis > 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(delayMillis));
     return 0;
 }
 

@@ -165,6 +165,7 @@ enum FaultEffect : KRT_U8 {
     FAULT_BAD_SIGN = 2,
     FAULT_ENVELOPE_STATUS = 3,
     FAULT_OVERLONG = 4,
+    FAULT_DELAY = 5,  // executed as usual, answered after value milliseconds
 };
 
 struct SimFault {

@@ -87,9 +87,9 @@ std::string showState(SimState &st)
     for (const SimFault &f : st.faults) {
         if (f.effect == FAULT_NONE)
             continue;
-        static const char *effects[] = {"none", "status", "bad-sign", "envelope-status", "overlong"};
-        append(out, "fault: %s", effects[f.effect < 5 ? f.effect : 0]);
-        if (f.effect == FAULT_STATUS || f.effect == FAULT_ENVELOPE_STATUS)
+        static const char *effects[] = {"none", "status", "bad-sign", "envelope-status", "overlong", "delay"};
+        append(out, "fault: %s", effects[f.effect < 6 ? f.effect : 0]);
+        if (f.effect == FAULT_STATUS || f.effect == FAULT_ENVELOPE_STATUS || f.effect == FAULT_DELAY)
             append(out, " 0x%x", f.value);
         if (f.adapter >= 0)
             append(out, " adapter=%d", f.adapter);

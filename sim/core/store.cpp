@@ -115,9 +115,17 @@ Head readHead(int fd)
     struct stat st {};
     if (fstat(fd, &st) != 0 || st.st_size == 0)
         return Head::Empty;
-    SimState head{};
-    constexpr size_t headSize = offsetof(SimState, adapterCount);
-    if (pread(fd, &head, headSize, 0) != static_cast<ssize_t>(headSize))
+    // Only the head is read: the whole state is megabytes, and every
+    // process that loads the library comes through here.
+    struct {
+        char magic[sizeof SimState::magic];
+        KRT_U32 format;
+        KRT_U32 size;
+    } head{};
+    static_assert(sizeof head == offsetof(SimState, adapterCount));
+    static_assert(offsetof(decltype(head), format) == offsetof(SimState, format));
+    static_assert(offsetof(decltype(head), size) == offsetof(SimState, size));
+    if (pread(fd, &head, sizeof head, 0) != static_cast<ssize_t>(sizeof head))
         return Head::Foreign;
     if (std::memcmp(head.magic, kStateMagic, sizeof kStateMagic) != 0)
         return Head::Foreign;

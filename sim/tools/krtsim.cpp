@@ -30,7 +30,7 @@ const char kUsage[] =
     "  log clear                        empty the command log\n"
     "  fault clear                      remove every fault\n"
     "  fault add [--adapter N] [--opcode 0xNN] [--cdw12 0xNNNNNNNN] [--count K] EFFECT\n"
-    "      EFFECT: --status 0xSCTSC | --bad-sign | --envelope-status N | --overlong\n"
+    "      EFFECT: --status 0xSCTSC | --bad-sign | --envelope-status N | --overlong | --delay MS\n"
     "  fault vanish N                   adapter N stays listed but cannot be opened\n"
     "  fault list-fail                  the driver refuses the adapter list\n"
     "  clock freeze | clock run | clock advance SECONDS\n"
@@ -173,6 +173,11 @@ int doFaultAdd(const std::vector<std::string> &args)
             if (!value(0xFF, &n) || f.effect != FAULT_NONE)
                 return usage();
             f.effect = FAULT_ENVELOPE_STATUS;
+            f.value = static_cast<KRT_U32>(n);
+        } else if (a == "--delay") {
+            if (!value(600000, &n) || n == 0 || f.effect != FAULT_NONE)
+                return usage();
+            f.effect = FAULT_DELAY;
             f.value = static_cast<KRT_U32>(n);
         } else if (a == "--bad-sign" && f.effect == FAULT_NONE) {
             f.effect = FAULT_BAD_SIGN;
