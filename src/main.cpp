@@ -1,5 +1,4 @@
 // krt_cli start-up and the interactive shell.
-#include <editline/readline.h>
 #include <poll.h>
 #include <strings.h>
 #include <unistd.h>
@@ -8,8 +7,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "api/krt_api.h"
+#include "line_editor.h"
 #include "shell/shell.h"
 #include "util/state.h"
 #include "util/text.h"
@@ -58,17 +59,19 @@ int runShell()
     char buffer[kLineSize];
     char *words[kMaxWords];
     int status = 0;
+    std::string line;
     for (;;) {
         std::fflush(stream);
-        char *line = readline("> ");
-        if (line == nullptr) {
+        const LineStatus read = readLine("> ", line);
+        if (read == LineStatus::Interrupted)
+            continue;  // the editor has ended the abandoned line; a fresh prompt follows
+        if (read == LineStatus::NoLine) {
             if (inputIsGone())
                 break;
             continue;
         }
-        add_history(line);
-        const int length = std::snprintf(buffer, sizeof buffer, "%s", line);
-        std::free(line);
+        rememberLine(line);
+        const int length = std::snprintf(buffer, sizeof buffer, "%s", line.c_str());
         if (length < 0 || static_cast<std::size_t>(length) >= sizeof buffer) {
             std::fflush(stream);
             std::fprintf(stderr, "krt_cli: input line of %d characters is too long (at most %zu allowed).\n", length,
@@ -89,6 +92,7 @@ int runShell()
         if (cmdDispatcher(count, words) == -1)
             break;
     }
+    closeLineEditor();
     finish();
     return status;
 }
