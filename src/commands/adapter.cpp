@@ -20,7 +20,8 @@ const char adapter_help[] =
     "  -i, --id <id>\n"
     "        Address the NVMe Controller with this id from now on.\n"
     "  -s, --slot <bus:slot.func>\n"
-    "        Address the NVMe Controller at this PCI location (at most 12 characters).\n"
+    "        Address the NVMe Controller at this PCI location, written exactly as\n"
+    "        'info -o hba' shows it after \"Bus Device Fun:\" (at most 12 characters).\n"
     "        Not accepted together with -i.\n"
     "  -n, --SUBNQN <subnqn>\n"
     "        Address the NVMe Controller with this subsystem NQN (at most 255 characters).\n"
@@ -31,7 +32,7 @@ const char adapter_help[] =
     "\n"
     "Examples:\n"
     "  adapter -i 1\n"
-    "  adapter -s 0000:03:00.0\n"
+    "  adapter -s 10:00.00\n"
     "  adapter --list\n";
 
 namespace {
