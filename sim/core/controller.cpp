@@ -238,6 +238,7 @@ KRT_U32 identify(SimAdapter &ad, const KRT_U32 (&cmd)[16], Buffer &b, bool overl
             put(s, 16, ns.lba);                    // NUSE
             b[25] = 1;                             // NLBAF: two formats (0-based)
             b[26] = ns.lbaDataSize == 12 ? 1 : 0;  // FLBAS
+            b[30] = ns.shared ? 1 : 0;             // NMIC: shared between controllers
             std::memcpy(b.data() + 120, ad.eui64, 7);
             b[127] = ns.nsid;                 // EUI64, unique per namespace
             put(s, 128, KRT_U32{9u << 16});   // LBAF0: 512-byte data
@@ -480,6 +481,9 @@ KRT_U32 attachNamespace(SimAdapter &ad, const KRT_U32 (&cmd)[16], std::span<cons
         if (id != ad.cntlid)
             return SC_CONTROLLER_LIST_INVALID;
     }
+    // A private namespace goes to the controller that keeps it, and no other.
+    if (sel == 0 && !ns->shared && ns->hasOwner && ns->owner != ad.cntlid)
+        return SC_NS_IS_PRIVATE;
     const bool attached = ns->status & KRT_NS_ACTIVE;
     if (sel == 0 && attached)
         return SC_NS_ALREADY_ATTACHED;

@@ -14,7 +14,7 @@ namespace krtsim {
 using KRT_S32 = std::int32_t;
 
 constexpr char kStateMagic[8] = {'K', 'R', 'T', 'S', 'I', 'M', 'S', 'T'};
-constexpr KRT_U32 kStateFormat = 5;
+constexpr KRT_U32 kStateFormat = 6;
 
 constexpr int kMaxAdapters = 64;  // the driver's adapter list holds no more
 constexpr int kMaxPds = 32;       // back-end SSD slots per controller
@@ -80,7 +80,9 @@ struct SimPd {
     KRT_U8 led;      // locate LED action last set
     KRT_U8 reserved[23];
     SimFwStage stage;
-    SimBga bga;  // media patrol of this disk
+    SimBga bga;      // media patrol of this disk
+    KRT_U8 nsLimit;  // namespaces the disk was initialized for, 0: MaxNSPerVD
+    KRT_U8 reserved4[7];
 };
 
 struct SimVd {
@@ -111,6 +113,10 @@ struct SimNs {
     KRT_U32 sectorSize;
     KRT_U32 reserved2;
     KRT_U64 lba;
+    KRT_U8 hasOwner;  // private to the controller `owner` (create, share "no")
+    KRT_U8 reserved3;
+    KRT_U16 owner;
+    KRT_U32 reserved4;
 };
 
 struct SimEvent {

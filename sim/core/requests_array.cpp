@@ -323,8 +323,19 @@ KRT_U8 controlBga(Request &r)
     return VS_OK;
 }
 
-// JBOF: CDW12 byte 2 the PD id, CDW14 the number of namespaces to cut it in
-// (its earlier namespaces go).
+// A namespace on a PD must sit in a slot of the host namespace list, which
+// holds MaxNS of them.
+bool hostNsSlotFree(const SimAdapter &ad)
+{
+    const int slots = std::min<int>(ad.info.MaxNS, kMaxNs);
+    for (int i = 0; i < slots; ++i)
+        if (ad.ns[i].nsid == 0)
+            return true;
+    return false;
+}
+
+// JBOF: CDW12 byte 2 the PD id, CDW14 the number of namespaces the disk is
+// initialized for. Its earlier namespaces go; create makes the new ones.
 KRT_U8 initNamespaces(Request &r)
 {
     SimAdapter &ad = r.ad;
@@ -332,55 +343,69 @@ KRT_U8 initNamespaces(Request &r)
         return VS_NOT_SUPPORTED;
     const KRT_U32 pdId = r.unit & 0xFF;
     const int count = static_cast<int>(r.cdw14 & 0xFF);
-    if (!pdExists(ad, pdId))
+    if (!pdExists(ad, pdId) || (ad.pds[pdId].status & KRT_PD_FAILED))
         return VS_INVALID_HD;
     if (count == 0 || (ad.info.MaxNSPerVD != 0 && count > ad.info.MaxNSPerVD))
         return VS_INVALID_NS_COUNT;
-    int existing = 0;
-    for (const SimNs &ns : ad.ns)
-        existing += ns.nsid != 0 && ns.deviceType == 0 && ns.parent == pdId;
-    if (count > freeNsSlots(ad) + existing)
-        return VS_NO_RESOURCE;
     removeNamespaces(ad, 0, static_cast<KRT_U16>(pdId));
-    const SimPd &pd = ad.pds[pdId];
-    for (int i = 0; i < count; ++i)
-        addNamespace(ad, 0, static_cast<KRT_U16>(pdId), pd.lba / static_cast<KRT_U64>(count), pd.sectorSize);
-    addEvent(ad, r.now, "PD %u namespaces initialized", pdId);
+    ad.pds[pdId].nsLimit = static_cast<KRT_U8>(count);
+    addEvent(ad, r.now, "PD %u initialized for %d namespaces", pdId, count);
     return VS_OK;
 }
 
-// CDW12 byte 2 the namespace id; CDW14 1 shares it, else private.
+// CDW12 byte 2 the namespace id; CDW14 1 shares it, otherwise bits 8-23 name
+// the controller that keeps it private.
 KRT_U8 shareNamespace(Request &r)
 {
     for (SimNs &ns : r.ad.ns) {
         if (ns.nsid == 0 || ns.nsid != (r.unit & 0xFF))
             continue;
-        ns.shared = r.cdw14 == 1;
+        const bool shared = r.cdw14 == 1;
+        ns.shared = shared ? 1 : 0;
+        ns.hasOwner = shared ? 0 : 1;
+        ns.owner = shared ? 0 : static_cast<KRT_U16>(r.cdw14 >> 8);
+        if (shared)
+            addEvent(r.ad, r.now, "NS %u shared", ns.nsid);
+        else
+            addEvent(r.ad, r.now, "NS %u private to controller %u", ns.nsid, ns.owner);
         return VS_OK;
     }
     return VS_INVALID_PARAMETER;
 }
 
-// CDW12 byte 2 the PD id plus 1, byte 3 the controller id; CDW13/CDW14 the
-// size in sectors.
+// JBOF: CDW12 byte 2 the PD id plus 1, byte 3 the controller the namespace is
+// made for (private to it, not yet attached); CDW13/CDW14 the size in sectors.
 KRT_U8 createNamespace(Request &r)
 {
     SimAdapter &ad = r.ad;
+    if (ad.raid)
+        return VS_NOT_SUPPORTED;  // a RAID controller's namespaces come with its VDs
     const KRT_U32 byte2 = r.unit & 0xFF;
-    if (byte2 == 0 || !pdExists(ad, byte2 - 1))
+    if (byte2 == 0 || !pdExists(ad, byte2 - 1) || (ad.pds[byte2 - 1].status & KRT_PD_FAILED))
         return VS_INVALID_HD;
     const KRT_U32 pdId = byte2 - 1;
     const KRT_U64 size = (static_cast<KRT_U64>(r.cdw14) << 32) | r.cdw13;
     const SimPd &pd = ad.pds[pdId];
     KRT_U64 used = 0;
-    for (const SimNs &ns : ad.ns)
-        if (ns.nsid != 0 && ns.deviceType == 0 && ns.parent == pdId)
+    int count = 0;
+    for (const SimNs &ns : ad.ns) {
+        if (ns.nsid != 0 && ns.deviceType == 0 && ns.parent == pdId) {
             used += ns.lba;
+            ++count;
+        }
+    }
+    const int limit = pd.nsLimit != 0 ? pd.nsLimit : ad.info.MaxNSPerVD;
+    if (limit != 0 && count >= limit)
+        return VS_INVALID_NS_COUNT;
     if (size == 0 || used > pd.lba || size > pd.lba - used)
         return VS_NS_CAP_OUT_OF_RANGE;
+    if (!hostNsSlotFree(ad))
+        return VS_NO_RESOURCE;
     SimNs *ns = addNamespace(ad, 0, static_cast<KRT_U16>(pdId), size, pd.sectorSize);
     if (ns == nullptr)
         return VS_NO_RESOURCE;
+    ns->hasOwner = 1;
+    ns->owner = static_cast<KRT_U16>(r.unit >> 8);
     addEvent(ad, r.now, "NS %u created on PD %u", ns->nsid, pdId);
     return VS_OK;
 }

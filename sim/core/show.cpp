@@ -135,9 +135,12 @@ std::string showState(SimState &st)
         for (const SimNs &ns : ad.ns) {
             if (ns.nsid == 0)
                 continue;
-            append(out, "  NS %u on %s %u %llu x %u%s%s\n", ns.nsid, ns.deviceType ? "VD" : "PD", ns.parent,
+            append(out, "  NS %u on %s %u %llu x %u%s%s%s", ns.nsid, ns.deviceType ? "VD" : "PD", ns.parent,
                    static_cast<unsigned long long>(ns.lba), ns.sectorSize, ns.status & KRT_NS_VALID ? " valid" : "",
-                   ns.status & KRT_NS_ACTIVE ? " active" : "");
+                   ns.status & KRT_NS_ACTIVE ? " active" : "", ns.shared ? " shared" : "");
+            if (!ns.shared && ns.hasOwner)
+                append(out, " private to %u", ns.owner);
+            out += "\n";
         }
     }
     return out;
