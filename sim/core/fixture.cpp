@@ -408,6 +408,10 @@ void buildVd(const json &v, SimAdapter &ad, int id, KRT_U64 now, const std::stri
     putZeroed(vd.name, stringOr(v, "name", name, where));
     if (v.contains("bga"))
         readBga(v["bga"], vd.bga, now, where + ".bga");
+    // A rebuild under way, paused or not, has claimed its target disk.
+    if (vd.bga.type == KRT_BGA_REBUILD && vd.bga.status != KRT_NVME_BGA_STATUS_NONE && vd.bga.target < kMaxPds &&
+        ad.pds[vd.bga.target].present)
+        ad.pds[vd.bga.target].status |= KRT_PD_ASSIGNED;
 
     std::vector<json> nss = expand(v.value("namespaces", json::array()), where + ".namespaces");
     KRT_U64 share = nss.empty() ? 0 : vd.lba / nss.size();

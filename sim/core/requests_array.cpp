@@ -70,6 +70,24 @@ bool redundant(KRT_U8 mode)
     return mode != KRT_RAID0 && mode != KRT_JBOD;
 }
 
+// Bits of the adapter's SupportBGAFeature.
+constexpr KRT_U8 kFeatureInit = 0x01;
+constexpr KRT_U8 kFeatureRebuild = 0x02;
+constexpr KRT_U8 kFeatureMediaPatrol = 0x10;
+
+bool supports(const SimAdapter &ad, KRT_U8 feature)
+{
+    return (ad.info.SupportBGAFeature & feature) != 0;
+}
+
+bool missesMember(const SimVd &vd)
+{
+    for (int m = 0; m < vd.memberCount && m < KRT_VD_MAX_MEMBERS; ++m)
+        if (vd.members[m] == KRT_PD_MISSING)
+            return true;
+    return false;
+}
+
 int freeNsSlots(const SimAdapter &ad)
 {
     int n = 0;
@@ -142,7 +160,7 @@ KRT_U8 createVd(Request &r)
     const KRT_U8 mode = static_cast<KRT_U8>(r.unit >> 8);
     const int members = std::popcount(r.cdw13);
     const int nsCount = (r.cdw14 & 0xFF) == 0 ? 1 : static_cast<int>(r.cdw14 & 0xFF);
-    if (stripe > 2)
+    if (stripe > 2 || (ad.info.StripeSizeSupported & (1u << stripe)) == 0)
         return VS_INVALID_SBS;
     if ((supportBit(mode) & ad.info.SupportRAIDMode) == 0)
         return VS_INVALID_RAID_MODE;
@@ -227,11 +245,16 @@ KRT_U8 deleteVd(Request &r)
 KRT_U8 startInit(Request &r)
 {
     const KRT_U32 id = r.cdw14 & 0xFFFF;
+    if (!supports(r.ad, kFeatureInit))
+        return VS_NOT_SUPPORTED;
     if (!vdExists(r.ad, id))
         return VS_INVALID_LD;
     SimVd &vd = r.ad.vds[id];
     if (bgaActive(vd.bga))
         return VS_LD_HAS_BGA;
+    // Consistent parity needs every member: a degraded array is rebuilt first.
+    if (missesMember(vd))
+        return VS_LD_NOT_FUNCTIONAL;
     KRT_U8 kind = static_cast<KRT_U8>((r.cdw14 >> 16) & 0xFF);
     startBga(vd.bga, kind == KRT_BGA_INIT_FULL ? KRT_BGA_INIT_FULL : KRT_BGA_INIT, r.now);
     vd.status = KRT_VD_INITIALIZATION;
@@ -242,6 +265,8 @@ KRT_U8 startInit(Request &r)
 KRT_U8 startMediaPatrol(Request &r)
 {
     const KRT_U32 id = r.cdw14 & 0xFFFF;
+    if (!supports(r.ad, kFeatureMediaPatrol))
+        return VS_NOT_SUPPORTED;
     if (!vdExists(r.ad, id))
         return VS_INVALID_LD;
     SimVd &vd = r.ad.vds[id];
@@ -249,6 +274,9 @@ KRT_U8 startMediaPatrol(Request &r)
         return VS_LD_NOT_REDUNDANT;
     if (bgaActive(vd.bga))
         return VS_LD_HAS_BGA;
+    // Patrol repairs from the redundancy that a missing member has taken away.
+    if (missesMember(vd))
+        return VS_LD_NOT_FUNCTIONAL;
     startBga(vd.bga, KRT_BGA_MEDIA_PATROL, r.now);
     addEvent(r.ad, r.now, "VD %u media patrol started", id);
     return VS_OK;
@@ -260,6 +288,8 @@ KRT_U8 startRebuild(Request &r)
     SimAdapter &ad = r.ad;
     const KRT_U32 id = r.cdw14 & 0xFFFF;
     const KRT_U32 pdId = r.cdw14 >> 16;
+    if (!supports(ad, kFeatureRebuild))
+        return VS_NOT_SUPPORTED;
     if (!vdExists(ad, id))
         return VS_INVALID_LD;
     SimVd &vd = ad.vds[id];

@@ -32,6 +32,9 @@ constexpr int KRT_OUTPUT_OPTION = 1;
 
 inline constexpr const char ErrorDuplicate[] = "Duplicated option specified.\n";
 inline constexpr const char OptionRequired[] = "%s: option -%c is required\n";
+// The outcome line of a command that sends one request to the controller.
+inline constexpr const char CmdSuccess[] = "cmd success\n";
+inline constexpr const char CmdFailed[] = "cmd failed.\n";
 
 // "Description", the summary and the long help, on the output stream.
 void printCommandHelp(const Command_Info *entry);
