@@ -14,6 +14,46 @@
 
 namespace krtsim {
 
+namespace {
+
+// While the SPI log is on, the firmware writes each event into it too; a
+// full log drops its oldest bytes.
+void spiLogEvent(SimAdapter &ad, const SimEvent &e)
+{
+    char line[96];
+    const int n = std::snprintf(line, sizeof line, "event %u: %.*s\n", e.seq, static_cast<int>(sizeof e.msg), e.msg);
+    if (n <= 0)
+        return;
+    const KRT_U32 len = std::min<KRT_U32>(static_cast<KRT_U32>(n), sizeof line - 1);
+    KRT_U32 kept = std::min<KRT_U32>(ad.spiLogLength, kSpiLogSize);
+    if (kept + len > kSpiLogSize) {
+        const KRT_U32 drop = kept + len - kSpiLogSize;
+        std::memmove(ad.spiLog, ad.spiLog + drop, kept - drop);
+        kept -= drop;
+        ad.spiLogCursor = ad.spiLogCursor > drop ? ad.spiLogCursor - drop : 0;
+    }
+    std::memcpy(ad.spiLog + kept, line, len);
+    ad.spiLogLength = kept + len;
+}
+
+const char *bgaEventName(KRT_U8 type)
+{
+    switch (type) {
+        case KRT_BGA_REBUILD:
+            return "rebuild";
+        case KRT_BGA_SYNC:
+            return "synchronization";
+        case KRT_BGA_MIGRATE:
+            return "migration";
+        case KRT_BGA_MEDIA_PATROL:
+            return "media patrol";
+        default:
+            return "initialization";
+    }
+}
+
+}  // namespace
+
 void addEvent(SimAdapter &ad, KRT_U64 nowMillis, const char *format, ...)
 {
     SimEvent &e = ad.events[ad.eventCount % kMaxEvents];
@@ -25,6 +65,8 @@ void addEvent(SimAdapter &ad, KRT_U64 nowMillis, const char *format, ...)
     std::vsnprintf(e.msg, sizeof e.msg, format, args);
     va_end(args);
     ++ad.eventCount;
+    if (ad.spiLogOn)
+        spiLogEvent(ad, e);
 }
 
 _NVME_PD_Info pdRecord(const SimPd &pd, int id, bool overlong)
@@ -108,12 +150,15 @@ _NVME_BGA_STATUS bgaRecord(const SimBga &bga, int id)
 
 void advanceActivities(SimAdapter &ad, KRT_U64 now)
 {
-    auto step = [now](SimBga &bga) -> bool {
+    KRT_U64 finishedAt = now;  // when the activity that just finished reached 100 %
+    auto step = [now, &finishedAt](SimBga &bga) -> bool {
         if (bga.status != KRT_NVME_BGA_STATUS_RUNNING || now <= bga.lastMillis) {
             bga.lastMillis = std::max(bga.lastMillis, now);
             return false;
         }
         KRT_U64 per = bga.millisPerPercent == 0 ? 1000 : bga.millisPerPercent;
+        const KRT_U64 left = kProgressFull - std::min(bga.progress, kProgressFull);
+        finishedAt = std::min(now, bga.lastMillis + (left * per + 999) / 1000);
         KRT_U64 gained = (now - bga.lastMillis) * 1000 / per;
         bga.lastMillis = now;
         KRT_U64 progress = std::min<KRT_U64>(bga.progress + gained, kProgressFull);
@@ -127,6 +172,7 @@ void advanceActivities(SimAdapter &ad, KRT_U64 now)
         SimVd &vd = ad.vds[id];
         if (!vd.present || !step(vd.bga))
             continue;
+        addEvent(ad, finishedAt, "VD %d %s completed", id, bgaEventName(vd.bga.type));
         // A finished rebuild puts its target in the missing member's place.
         if (vd.bga.type == KRT_BGA_REBUILD && vd.bga.target < kMaxPds && ad.pds[vd.bga.target].present) {
             for (int m = 0; m < vd.memberCount && m < KRT_VD_MAX_MEMBERS; ++m) {
@@ -143,11 +189,12 @@ void advanceActivities(SimAdapter &ad, KRT_U64 now)
         if (vd.status == KRT_VD_INITIALIZATION || vd.status == KRT_VD_REBUILDING || vd.status == KRT_VD_DEGRADE)
             vd.status = missing ? KRT_VD_DEGRADE : KRT_VD_FUNCTIONAL;
     }
-    for (SimPd &pd : ad.pds) {
-        if (!pd.present)
+    for (int id = 0; id < kMaxPds; ++id) {
+        SimPd &pd = ad.pds[id];
+        if (!pd.present || !step(pd.bga))
             continue;
-        if (step(pd.bga))
-            pd.status &= static_cast<KRT_U8>(~KRT_PD_MEDIA_PATROL);
+        pd.status &= static_cast<KRT_U8>(~KRT_PD_MEDIA_PATROL);
+        addEvent(ad, finishedAt, "PD %d media patrol completed", id);
     }
 }
 

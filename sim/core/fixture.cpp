@@ -6,6 +6,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <utility>
 
 #include "krt/ids.h"
 #include "store.h"
@@ -567,27 +568,35 @@ void buildAdapter(const json &a, SimAdapter &ad, int index, KRT_U64 now, const s
 
     // The event ring: a short start-up history unless the fixture gives its
     // own messages; "event_fill" adds numbered events (past the ring's size
-    // the oldest are overwritten, as on the controller).
-    std::vector<std::string> history = {"Controller started", "Firmware loaded", "All SSDs discovered"};
+    // the oldest are overwritten, as on the controller). An event given as
+    // {"message", "time"} carries its own time stamp, e.g. seconds since boot
+    // from before the host set the controller's clock.
+    const KRT_U64 nowSeconds = now / 1000;
+    std::vector<std::pair<std::string, KRT_U64>> history = {
+        {"Controller started", nowSeconds}, {"Firmware loaded", nowSeconds}, {"All SSDs discovered", nowSeconds}};
     if (a.contains("events")) {
         history.clear();
         const json &events = a["events"];
         if (!events.is_array())
-            fail(where + ".events", "expected an array of texts");
+            fail(where + ".events", "expected texts or {\"message\", \"time\"} objects");
         for (const json &e : events) {
-            if (!e.is_string())
-                fail(where + ".events", "expected an array of texts");
-            history.push_back(e.get<std::string>());
+            if (e.is_object())
+                history.emplace_back(stringOr(e, "message", "", where + ".events"),
+                                     numberOr(e, "time", nowSeconds, where + ".events", 0xFFFFFFFF));
+            else if (e.is_string())
+                history.emplace_back(e.get<std::string>(), nowSeconds);
+            else
+                fail(where + ".events", "expected texts or {\"message\", \"time\"} objects");
         }
     }
     const KRT_U64 fill = numberOr(a, "event_fill", 0, where, 100000);
     for (KRT_U64 i = 0; i < fill; ++i)
-        history.push_back("Event " + std::to_string(i + 1));
-    for (const std::string &msg : history) {
+        history.emplace_back("Event " + std::to_string(i + 1), nowSeconds);
+    for (const auto &[msg, time] : history) {
         SimEvent &e = ad.events[ad.eventCount % kMaxEvents];
         e = SimEvent{};
         e.seq = ad.eventCount + 1;
-        e.time = static_cast<KRT_U32>(now / 1000);
+        e.time = static_cast<KRT_U32>(time);
         putZeroed(e.msg, msg);
         ++ad.eventCount;
     }

@@ -5,16 +5,17 @@
 #include <string>
 #include <vector>
 
+#include "krt/logs.h"
 #include "request.h"
 
 namespace krtsim {
 
 namespace {
 
-constexpr size_t kEventTextOffset = 40;  // where a page's text starts in the buffer
+constexpr size_t kEventTextOffset = KRT_EVENT_TEXT_OFFSET;  // where a page's text starts in the buffer
 constexpr size_t kEventPageText = kBufferSize - kEventTextOffset - 1;
-constexpr int kEventPages = 16;
-constexpr size_t kSpiChunk = kBufferSize - 16;
+constexpr int kEventPages = KRT_EVENT_PAGES;
+constexpr size_t kSpiChunk = KRT_SPI_LOG_MAX_CHUNK;
 
 // The ring in slot order, one "[SEQ]n[TIME]t[MSG]text" line per event, cut
 // into pages of whole lines.
@@ -41,11 +42,19 @@ KRT_U8 eventPage(Request &r)
 {
     if (r.cdw13 % kBufferSize != 0 || r.cdw13 / kBufferSize >= kEventPages)
         return VS_INVALID_PARAMETER;
+    const size_t at = kEventTextOffset - KRT_REPLY_DATA_OFFSET;
+    if (r.overlong) {
+        // One line that overruns every field and the page itself: no line
+        // feed, no terminator.
+        std::string line = "[SEQ]" + std::string(30, '9') + "[TIME]" + std::string(100, '9') + "[MSG]";
+        line.resize(r.out.size() - at, 'X');
+        std::memcpy(r.out.data() + at, line.data(), line.size());
+        return VS_OK;
+    }
     const auto pages = eventPages(r.ad);
     const size_t page = r.cdw13 / kBufferSize;
     if (page < pages.size()) {
         const std::string &text = pages[page];
-        const size_t at = kEventTextOffset - KRT_REPLY_DATA_OFFSET;
         if (at + text.size() <= r.out.size())
             std::memcpy(r.out.data() + at, text.data(), text.size());
     }
@@ -63,15 +72,20 @@ KRT_U8 spiLogChunk(Request &r)
     put(r.out, 0, n);
     if (8 + n <= r.out.size())
         std::memcpy(r.out.data() + 8, ad.spiLog + at, n);
-    ad.spiLogCursor = n == 0 ? 0 : at + n;
-    if (r.overlong)
+    if (r.overlong) {
         put(r.out, 0, KRT_U32{0xFFFF});
+        return VS_OK;  // nothing was really handed out
+    }
+    ad.spiLogCursor = n == 0 ? 0 : at + n;
     return VS_OK;
 }
 
+// A read-out begins with this question, so reading starts from the top
+// again even after an earlier read-out stopped half-way.
 KRT_U8 spiLogState(Request &r)
 {
     r.out[0] = r.ad.spiLogOn;
+    r.ad.spiLogCursor = 0;
     return VS_OK;
 }
 

@@ -1,5 +1,6 @@
 #include "show.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <string_view>
@@ -111,6 +112,8 @@ std::string showState(SimState &st)
                info.FirmwareVersion.MajorVersion, info.FirmwareVersion.MinorVersion, info.FirmwareVersion.OEMNumber,
                info.FirmwareVersion.BuildNumber, info.BusNumber, info.DeviceNumber, info.FunctionNumber,
                text(ad.sn).c_str(), ad.vanished ? " (vanished)" : "");
+        append(out, "  events: %u logged, newest %u kept; SPI log %s, %u bytes\n", ad.eventCount,
+               std::min<KRT_U32>(ad.eventCount, kMaxEvents), ad.spiLogOn ? "on" : "off", ad.spiLogLength);
         for (int p = 0; p < kMaxPds; ++p) {
             const SimPd &pd = ad.pds[p];
             if (!pd.present)

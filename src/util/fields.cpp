@@ -20,6 +20,11 @@ void FieldWriter::yesNo(const char *label, bool value) const
     str(label, value ? "Yes" : "No");
 }
 
+void FieldWriter::joined(const char *label, const char *value) const
+{
+    std::fprintf(out_, "%s%s\n", label, value);
+}
+
 long long sizeInGigabytes(KRT_U32 sectorSize, KRT_U64 lba)
 {
     return static_cast<long long>((static_cast<KRT_U64>(sectorSize) * lba) >> 30);

@@ -23,6 +23,8 @@ class FieldWriter {
     void gigabytes(const char *label, long long value) const;
     // "<label> Yes" or "<label> No".
     void yesNo(const char *label, bool value) const;
+    // "<label><value>": the label carries its own separator and is not padded.
+    void joined(const char *label, const char *value) const;
 
     int width() const { return width_; }
 
