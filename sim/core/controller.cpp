@@ -9,6 +9,8 @@
 
 #include "fixture.h"
 #include "krt/admin.h"
+#include "krt/identify.h"
+#include "krt/smart_log.h"
 #include "request.h"
 #include "store.h"
 
@@ -239,10 +241,92 @@ void copyOut(const Buffer &reply, KRT_U8 direction, std::span<KRT_U8> data)
 
 // ---------------------------------------------------------------- identify
 
-template <size_t N>
-void putText(Buffer &b, size_t offset, const char (&text)[N])
+template <size_t N, size_t M>
+void putText(KRT_U8 (&field)[N], const char (&text)[M])
 {
-    std::memcpy(b.data() + offset, text, N);
+    static_assert(M <= N);
+    std::memcpy(field, text, M);
+}
+
+// What the controller and its SSDs have in common in Identify Controller:
+// queue entry sizes, limits and commands of an NVMe 1.3 device.
+void identifyCommon(_krt_id_ctrl &id)
+{
+    id.rab = 6;
+    id.mdts = 5;  // 128 KiB transfers
+    id.acl = 3;
+    id.aerl = 3;
+    id.elpe = 63;
+    id.wctemp = 343;  // 70 C
+    id.cctemp = 358;  // 85 C
+    id.sqes = 0x66;
+    id.cqes = 0x44;
+    id.oncs = 0x0006;  // Write Uncorrectable, Dataset Management
+    id.nvscc = 1;
+}
+
+void identifyController(const SimAdapter &ad, _krt_id_ctrl &id, bool overlong)
+{
+    identifyCommon(id);
+    id.vid = ad.info.VID;
+    id.ssvid = ad.ssvid;
+    putText(id.sn, ad.sn);
+    putText(id.mn, ad.mn);
+    putText(id.fr, ad.fr);
+    id.ieee[0] = 0x6B;
+    id.ieee[1] = 0x1E;
+    id.cntlid = ad.cntlid;
+    id.ver = 0x00010400;                                        // NVMe 1.4
+    id.oacs = static_cast<KRT_U16>(ad.raid ? 0x000E : 0x0006);  // format, firmware, NS management
+    id.frmw = ad.frmw;
+    id.lpa = 0x0E;
+    id.avscc = 1;
+    id.tnvmcap[0] = ad.tnvmcap;
+    id.unvmcap[0] = ad.unvmcap;
+    id.nn = ad.info.MaxNS;
+    id.vwc = ad.info.Cache != 0 ? 1 : 0;
+    std::memcpy(id.subnqn, ad.subnqn, sizeof id.subnqn);
+    if (overlong) {
+        std::memset(id.sn, 'X', sizeof id.sn);
+        std::memset(id.mn, 'X', sizeof id.mn);
+        std::memset(id.fr, 'X', sizeof id.fr);
+        std::memset(id.subnqn, 'X', sizeof id.subnqn);
+    }
+}
+
+// A back-end SSD's own Identify Controller data.
+void identifyDisk(const SimPd &pd, int pdId, _krt_id_ctrl &id)
+{
+    identifyCommon(id);
+    std::memcpy(&id.vid, pd.vid, sizeof id.vid);
+    id.ssvid = id.vid;
+    putText(id.sn, pd.serial);
+    putText(id.mn, pd.model);
+    putText(id.fr, pd.fw);
+    id.ieee[0] = 0x6B;
+    id.ieee[1] = 0x1E;
+    id.cntlid = 1;
+    id.ver = 0x00010300;  // NVMe 1.3
+    id.oacs = 0x0006;     // format, firmware
+    id.frmw = 0x06;       // three slots
+    id.lpa = 0x02;
+    id.npss = 4;
+    id.tnvmcap[0] = pd.lba * pd.sectorSize;
+    id.nn = 1;
+    id.vwc = 1;
+    std::snprintf(reinterpret_cast<char *>(id.subnqn), sizeof id.subnqn, "nqn.2026-01.io.krt:ssd:%02d:%.20s", pdId,
+                  pd.serial);
+}
+
+// The LBA formats a namespace can take: 512 and 4096 bytes, each bare or
+// with 8 metadata bytes, 4096 the fastest. Returns the one in use for a
+// data size of 2^lbaDataSize bytes.
+KRT_U8 lbaFormats(_krt_id_ns &ns, KRT_U8 lbaDataSize)
+{
+    constexpr _krt_lba_format kFormats[] = {{0, 9, 2}, {8, 9, 3}, {0, 12, 0}, {8, 12, 1}};
+    std::memcpy(ns.lbaf, kFormats, sizeof kFormats);
+    ns.nlbaf = std::size(kFormats) - 1;  // 0-based
+    return lbaDataSize == 12 ? 2 : 0;
 }
 
 KRT_U32 identify(SimAdapter &ad, const KRT_U32 (&cmd)[16], Buffer &b, bool overlong)
@@ -250,49 +334,49 @@ KRT_U32 identify(SimAdapter &ad, const KRT_U32 (&cmd)[16], Buffer &b, bool overl
     b.fill(0);
     const KRT_U32 cns = cmd[10] & 0xFF;
     if (cns == NVME_CNS_CONTROLLER) {
-        std::span<KRT_U8> s(b);
-        put(s, NVME_ID_VID, ad.info.VID);
-        put(s, NVME_ID_SSVID, ad.ssvid);
-        putText(b, NVME_ID_SN, ad.sn);
-        putText(b, NVME_ID_MN, ad.mn);
-        putText(b, NVME_ID_FR, ad.fr);
-        b[72] = 6;  // RAB
-        b[73] = 0x6B;
-        b[74] = 0x1E;  // IEEE OUI
-        b[77] = 5;     // MDTS: 128 KiB
-        put(s, NVME_ID_CNTLID, ad.cntlid);
-        put(s, 80, KRT_U32{0x00010400});                               // NVMe 1.4
-        put(s, 256, static_cast<KRT_U16>(ad.raid ? 0x000E : 0x0006));  // OACS: format, firmware, NS management
-        b[NVME_ID_FRMW] = ad.frmw;
-        b[261] = 0x0E;  // LPA
-        put(s, NVME_ID_TNVMCAP, ad.tnvmcap);
-        put(s, NVME_ID_UNVMCAP, ad.unvmcap);
-        put(s, 516, KRT_U32{ad.info.MaxNS});  // NN
-        std::memcpy(b.data() + NVME_ID_SUBNQN, ad.subnqn, sizeof ad.subnqn);
-        if (overlong) {
-            std::memset(b.data() + NVME_ID_SN, 'X', 20 + 40 + 8);
-            std::memset(b.data() + NVME_ID_SUBNQN, 'X', 256);
-        }
+        _krt_id_ctrl id{};
+        identifyController(ad, id, overlong);
+        std::memcpy(b.data(), &id, sizeof id);
         return 0;
     }
     if (cns == NVME_CNS_NAMESPACE) {
-        for (const SimNs &ns : ad.ns) {
-            if (ns.nsid == 0 || ns.nsid != cmd[1])
+        for (const SimNs &n : ad.ns) {
+            if (n.nsid == 0 || n.nsid != cmd[1])
                 continue;
-            std::span<KRT_U8> s(b);
-            put(s, 0, ns.lba);                     // NSZE
-            put(s, 8, ns.lba);                     // NCAP
-            put(s, 16, ns.lba);                    // NUSE
-            b[25] = 1;                             // NLBAF: two formats (0-based)
-            b[26] = ns.lbaDataSize == 12 ? 1 : 0;  // FLBAS
-            b[30] = ns.shared ? 1 : 0;             // NMIC: shared between controllers
-            std::memcpy(b.data() + 120, ad.eui64, 7);
-            b[127] = ns.nsid;                 // EUI64, unique per namespace
-            put(s, 128, KRT_U32{9u << 16});   // LBAF0: 512-byte data
-            put(s, 132, KRT_U32{12u << 16});  // LBAF1: 4096-byte data
+            _krt_id_ns ns{};
+            ns.nsze = n.lba;
+            ns.ncap = n.lba;
+            ns.nuse = n.lba;
+            ns.flbas = lbaFormats(ns, n.lbaDataSize);
+            ns.nmic = n.shared ? 1 : 0;
+            ns.fpi = 0x80;  // reports format progress
+            std::memcpy(ns.eui64, ad.eui64, 7);
+            ns.eui64[7] = n.nsid;  // unique per namespace
+            std::memcpy(b.data(), &ns, sizeof ns);
             return 0;
         }
         return SC_INVALID_NAMESPACE;
+    }
+    if (cns == NVME_CNS_ACTIVE_NS_LIST || cns == NVME_CNS_ALLOCATED_NS_LIST) {
+        // IDs above the one in CDW1, ascending: attached ones, or all.
+        std::span<KRT_U8> s(b);
+        size_t at = 0;
+        for (KRT_U32 nsid = cmd[1] + 1; nsid <= 0xFF && nsid > cmd[1]; ++nsid) {
+            for (const SimNs &n : ad.ns) {
+                if (n.nsid == nsid && (cns == NVME_CNS_ALLOCATED_NS_LIST || (n.status & KRT_NS_ACTIVE))) {
+                    put(s, at, nsid);
+                    at += sizeof nsid;
+                }
+            }
+        }
+        return 0;
+    }
+    if (cns == NVME_CNS_CONTROLLER_LIST) {
+        // This controller is the only one there is.
+        std::span<KRT_U8> s(b);
+        put(s, 0, KRT_U16{1});
+        put(s, 2, ad.cntlid);
+        return 0;
     }
     if (cns == NVME_CNS_PRIMARY_CTRL_CAPS) {
         std::span<KRT_U8> s(b);
@@ -367,43 +451,51 @@ KRT_U32 pairReceive(SimAdapter &ad, const KRT_U32 (&cmd)[16], KRT_U8 direction, 
 
 // ---------------------------------------------------------------- logs
 
-// Adds a 64-bit counter into a 16-byte little-endian SMART field.
-void addCounter(Buffer &b, size_t offset, KRT_U64 value)
+// Adds to a 16-byte little-endian SMART counter.
+void addCounter(KRT_U8 (&field)[16], SimU128 value)
 {
-    KRT_U64 low = 0;
-    std::memcpy(&low, b.data() + offset, sizeof low);
-    low += value;
-    std::memcpy(b.data() + offset, &low, sizeof low);
+    SimU128 sum = 0;
+    std::memcpy(&sum, field, sizeof field);
+    sum += value;
+    std::memcpy(field, &sum, sizeof field);
 }
 
 // SMART / Health Information of the SSDs in a mask (bit n: PD n), summed:
-// worst warning, hottest temperature, most wear.
+// worst warning, hottest temperature, least spare, most wear.
 void smartOfDisks(const SimAdapter &ad, KRT_U32 mask, Buffer &b)
 {
     b.fill(0);
-    KRT_U16 temperature = 0;
+    _krt_smart_log log{};
+    KRT_U16 hottest = 0;  // kept apart: the log's own field is unaligned
+    bool any = false;
     for (int id = 0; id < kMaxPds; ++id) {
         const SimPd &pd = ad.pds[id];
         if (!pd.present || !(mask & (1u << id)))
             continue;
-        b[0] |= pd.criticalWarning;
-        temperature = std::max(temperature, pd.temperature);
-        b[3] = 100;  // available spare
-        b[4] = 10;   // spare threshold
-        b[5] = std::max(b[5], pd.percentUsed);
-        addCounter(b, 32, pd.dataUnitsRead);
-        addCounter(b, 48, pd.dataUnitsWritten);
-        addCounter(b, 64, pd.dataUnitsRead * 3);
-        addCounter(b, 80, pd.dataUnitsWritten * 2);
-        addCounter(b, 96, pd.powerOnHours / 10);
-        addCounter(b, 112, pd.powerCycles);
-        addCounter(b, 128, pd.powerOnHours);
-        addCounter(b, 144, 2);
-        addCounter(b, 160, pd.mediaErrors);
-        addCounter(b, 176, pd.mediaErrors);
-        std::memcpy(b.data() + 200, &pd.temperature, 2);
+        const SimU128 unitsRead = (static_cast<SimU128>(pd.dataUnitsReadHigh) << 64) | pd.dataUnitsRead;
+        const SimU128 unitsWritten = (static_cast<SimU128>(pd.dataUnitsWrittenHigh) << 64) | pd.dataUnitsWritten;
+        log.critical_warning |= pd.criticalWarning;
+        hottest = std::max(hottest, pd.temperature);
+        log.avail_spare = any ? std::min(log.avail_spare, pd.availSpare) : pd.availSpare;
+        log.spare_thresh = 10;
+        log.percent_used = std::max(log.percent_used, pd.percentUsed);
+        addCounter(log.data_units_read, unitsRead);
+        addCounter(log.data_units_written, unitsWritten);
+        // About 16 KiB a read and 30 KiB a write (a data unit is 512,000 bytes).
+        addCounter(log.host_reads, unitsRead * 31);
+        addCounter(log.host_writes, unitsWritten * 17);
+        addCounter(log.ctrl_busy_time, pd.powerOnHours * 3 / 2);  // minutes: busy 2.5 % of the time
+        addCounter(log.power_cycles, pd.powerCycles);
+        addCounter(log.power_on_hours, pd.powerOnHours);
+        addCounter(log.unsafe_shutdowns, pd.unsafeShutdowns);
+        addCounter(log.media_errors, pd.mediaErrors);
+        addCounter(log.num_err_log_entries, pd.mediaErrors + pd.unsafeShutdowns);
+        log.warning_temp_time += pd.warningTempMinutes;
+        any = true;
     }
-    std::memcpy(b.data() + 1, &temperature, 2);
+    log.temperature = hottest;
+    log.temp_sensor[0] = hottest;
+    std::memcpy(b.data(), &log, sizeof log);
 }
 
 // One SSD, or the whole controller (onlyPd < 0).
@@ -464,45 +556,59 @@ KRT_U32 spiWrite(SimAdapter &ad, const KRT_U32 (&cmd)[16], std::span<const KRT_U
 }
 
 // A command forwarded to a back-end SSD (data from the disk): CDW1 names
-// the disk, CDW14 carries the forwarded opcode.
+// the disk, CDW14 carries the forwarded command dword 0, CDW15 its NSID.
+// The disk answers what an NVMe 1.3 SSD answers; anything else it does not
+// know is an invalid opcode.
 KRT_U32 diskCommand(const SimAdapter &ad, const KRT_U32 (&cmd)[16], Buffer &b)
 {
     if (!pdExists(ad, cmd[1]))
         return (SCT_VENDOR << 8) | VS_INVALID_HD;
     const SimPd &pd = ad.pds[cmd[1]];
     const KRT_U8 opcode = static_cast<KRT_U8>(cmd[14] & 0xFF);
+    const KRT_U32 nsid = cmd[15];
     b.fill(0);
     if (opcode == NVME_ADMIN_GET_LOG_PAGE) {
         if ((cmd[10] & 0xFF) == 0x03) {
             pdFwSlotLog(pd, b);
             return 0;
         }
-        if ((cmd[10] & 0xFF) != 0x02)
+        if ((cmd[10] & 0xFF) != NVME_LOG_SMART)
             return SC_INVALID_LOG_PAGE;
         smartPage(ad, static_cast<int>(cmd[1]), b);
         return 0;
     }
-    if (opcode == NVME_ADMIN_IDENTIFY && (cmd[10] & 0xFF) == NVME_CNS_CONTROLLER) {
-        std::memcpy(b.data() + NVME_ID_VID, pd.vid, 2);
-        std::memcpy(b.data() + NVME_ID_SSVID, pd.vid, 2);
-        std::memcpy(b.data() + NVME_ID_SN, pd.serial, sizeof pd.serial);
-        std::memcpy(b.data() + NVME_ID_MN, pd.model, sizeof pd.model);
-        std::memcpy(b.data() + NVME_ID_FR, pd.fw, sizeof pd.fw);
-        b[NVME_ID_CNTLID] = 1;
-        b[NVME_ID_FRMW] = 0x06;  // three slots
-        const KRT_U64 bytes = pd.lba * pd.sectorSize;
-        std::memcpy(b.data() + NVME_ID_TNVMCAP, &bytes, sizeof bytes);
-        b[516] = 1;  // NN
-        return 0;
+    if (opcode != NVME_ADMIN_IDENTIFY)
+        return SC_INVALID_OPCODE;
+    switch (cmd[10] & 0xFF) {
+        case NVME_CNS_CONTROLLER: {
+            _krt_id_ctrl id{};
+            identifyDisk(pd, static_cast<int>(cmd[1]), id);
+            std::memcpy(b.data(), &id, sizeof id);
+            return 0;
+        }
+        case NVME_CNS_NAMESPACE: {
+            // The disk's one namespace, or all of them (0xFFFFFFFF) alike.
+            if (nsid != pd.nsid && nsid != 0xFFFFFFFF)
+                return SC_INVALID_NAMESPACE;
+            _krt_id_ns ns{};
+            ns.nsze = pd.lba;
+            ns.ncap = pd.lba;
+            ns.nuse = pd.lba;
+            ns.flbas = lbaFormats(ns, pd.sectorSize == 4096 ? 12 : 9);
+            ns.dlfeat = 0x09;  // deallocated blocks read as zeroes
+            std::memcpy(b.data(), &ns, sizeof ns);
+            return 0;
+        }
+        case NVME_CNS_ACTIVE_NS_LIST: {
+            // Active namespace IDs above the NSID given.
+            const KRT_U32 active = pd.nsid;
+            if (active > nsid)
+                std::memcpy(b.data(), &active, sizeof active);
+            return 0;
+        }
+        default:
+            return SC_INVALID_FIELD;
     }
-    if (opcode == NVME_ADMIN_IDENTIFY && (cmd[10] & 0xFF) == NVME_CNS_NAMESPACE) {
-        std::memcpy(b.data(), &pd.lba, 8);
-        std::memcpy(b.data() + 8, &pd.lba, 8);
-        std::memcpy(b.data() + 16, &pd.lba, 8);
-        b[128 + 2] = pd.sectorSize == 4096 ? 12 : 9;
-        return 0;
-    }
-    return SC_INVALID_OPCODE;
 }
 
 // Namespace Attachment: SEL 0 attaches, 1 detaches, for the controllers in

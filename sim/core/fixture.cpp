@@ -128,6 +128,39 @@ KRT_U64 numberOr(const json &obj, const char *key, KRT_U64 fallback, const std::
     return n;
 }
 
+// A SMART counter: 128 bits, so beyond a JSON number it may be written as
+// a "0x..." or decimal string of up to that width.
+SimU128 counterOr(const json &obj, const char *key, SimU128 fallback, const std::string &where)
+{
+    auto it = obj.find(key);
+    if (it == obj.end())
+        return fallback;
+    if (!it->is_string())
+        return number(*it, where + "." + key);
+    const std::string s = it->get<std::string>();
+    const bool hex = s.size() > 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X');
+    const unsigned base = hex ? 16 : 10;
+    if (s.empty())
+        fail(where + "." + key, "not a number: " + s);
+    SimU128 n = 0;
+    for (size_t i = hex ? 2 : 0; i < s.size(); ++i) {
+        const char c = s[i];
+        unsigned digit = base;
+        if (c >= '0' && c <= '9')
+            digit = static_cast<unsigned>(c - '0');
+        else if (hex && c >= 'a' && c <= 'f')
+            digit = static_cast<unsigned>(c - 'a' + 10);
+        else if (hex && c >= 'A' && c <= 'F')
+            digit = static_cast<unsigned>(c - 'A' + 10);
+        if (digit >= base)
+            fail(where + "." + key, "not a number: " + s);
+        if (n > (~SimU128{0} - digit) / base)
+            fail(where + "." + key, "too large (at most 128 bits)");
+        n = n * base + digit;
+    }
+    return n;
+}
+
 bool boolOr(const json &obj, const char *key, bool fallback, const std::string &where)
 {
     auto it = obj.find(key);
@@ -293,14 +326,22 @@ void buildPd(const json &p, SimPd &pd, int adapterIdx, int id, const std::string
     putPadded(pd.model, stringOr(p, "model", "NVMe SSD 1920GB", where));
     putPadded(pd.serial, stringOr(p, "serial", serial, where));
     putPadded(pd.fw, stringOr(p, "fw", "1.0.3", where));
-    pd.temperature = static_cast<KRT_U16>(numberOr(p, "temperature", 308, where, 0xFFFF));
+    // Health figures differ a little from disk to disk, as they would.
+    const KRT_U64 n = static_cast<KRT_U64>(id);
+    pd.temperature = static_cast<KRT_U16>(numberOr(p, "temperature", 306 + n % 5, where, 0xFFFF));
     pd.criticalWarning = static_cast<KRT_U8>(numberOr(p, "critical_warning", 0, where, 0xFF));
-    pd.percentUsed = static_cast<KRT_U8>(numberOr(p, "percent_used", 3, where, 0xFF));
-    pd.powerOnHours = numberOr(p, "power_on_hours", 1200 + static_cast<KRT_U64>(id), where, ~0ull);
-    pd.powerCycles = numberOr(p, "power_cycles", 42, where, ~0ull);
+    pd.percentUsed = static_cast<KRT_U8>(numberOr(p, "percent_used", 2 + n % 4, where, 0xFF));
+    pd.powerOnHours = numberOr(p, "power_on_hours", 1200 + 13 * n, where, ~0ull);
+    pd.powerCycles = numberOr(p, "power_cycles", 42 + n % 7, where, ~0ull);
+    pd.unsafeShutdowns = numberOr(p, "unsafe_shutdowns", 2 + n % 3, where, ~0ull);
     pd.mediaErrors = numberOr(p, "media_errors", 0, where, ~0ull);
-    pd.dataUnitsRead = numberOr(p, "data_units_read", 123456, where, ~0ull);
-    pd.dataUnitsWritten = numberOr(p, "data_units_written", 654321, where, ~0ull);
+    pd.warningTempMinutes = static_cast<KRT_U32>(numberOr(p, "warning_temp_minutes", 0, where, 0xFFFFFFFF));
+    const SimU128 unitsRead = counterOr(p, "data_units_read", 123456 + 7919 * n, where);
+    const SimU128 unitsWritten = counterOr(p, "data_units_written", 654321 + 3571 * n, where);
+    pd.dataUnitsRead = static_cast<KRT_U64>(unitsRead);
+    pd.dataUnitsReadHigh = static_cast<KRT_U64>(unitsRead >> 64);
+    pd.dataUnitsWritten = static_cast<KRT_U64>(unitsWritten);
+    pd.dataUnitsWrittenHigh = static_cast<KRT_U64>(unitsWritten >> 64);
     std::string fw = stringOr(p, "fw", "1.0.3", where);
     putZeroed(pd.fwSlots[0], fw);
     pd.activeSlot = 1;
@@ -316,6 +357,9 @@ void buildPd(const json &p, SimPd &pd, int adapterIdx, int id, const std::string
         if (pd.criticalWarning == 0)
             pd.criticalWarning = 0x01;  // spare below threshold
     }
+    // A disk warning of its spare has little left (the threshold is 10 %).
+    const KRT_U64 spare = (pd.criticalWarning & 0x01) ? 4 : 100;
+    pd.availSpare = static_cast<KRT_U8>(numberOr(p, "available_spare", spare, where, 0xFF));
     if (p.contains("bga"))
         readBga(p["bga"], pd.bga, 0, where + ".bga");
     if (pd.bga.type == KRT_BGA_MEDIA_PATROL && pd.bga.status == KRT_NVME_BGA_STATUS_RUNNING)

@@ -12,9 +12,11 @@
 namespace krtsim {
 
 using KRT_S32 = std::int32_t;
+// The SMART counters are 128 bits wide on the wire.
+__extension__ typedef unsigned __int128 SimU128;
 
 constexpr char kStateMagic[8] = {'K', 'R', 'T', 'S', 'I', 'M', 'S', 'T'};
-constexpr KRT_U32 kStateFormat = 6;
+constexpr KRT_U32 kStateFormat = 7;
 
 constexpr int kMaxAdapters = 64;  // the driver's adapter list holds no more
 constexpr int kMaxPds = 32;       // back-end SSD slots per controller
@@ -80,7 +82,15 @@ struct SimPd {
     KRT_U8 led;      // locate LED action last set
     KRT_U8 reserved[23];
     SimFwStage stage;
-    SimBga bga;      // media patrol of this disk
+    SimBga bga;  // media patrol of this disk
+    // SMART / health figures beyond those above. The data-unit counters are
+    // 128 bits on the wire: these are their upper halves.
+    KRT_U64 dataUnitsReadHigh;
+    KRT_U64 dataUnitsWrittenHigh;
+    KRT_U64 unsafeShutdowns;
+    KRT_U32 warningTempMinutes;  // minutes spent above the warning temperature
+    KRT_U8 availSpare;           // percent
+    KRT_U8 smartReserved[3];
     KRT_U8 nsLimit;  // namespaces the disk was initialized for, 0: MaxNSPerVD
     KRT_U8 reserved4[7];
 };

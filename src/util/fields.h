@@ -11,11 +11,26 @@
 
 class FieldWriter {
   public:
-    // Writes on `out`, labels padded to `width` characters.
-    FieldWriter(std::FILE *out, int width) : out_(out), width_(width) {}
+    // Writes on `out`, labels padded to `width` characters and followed by
+    // `separator` (a blank, or ": " for the SMART lists).
+    FieldWriter(std::FILE *out, int width, const char *separator = " ")
+        : out_(out), width_(width), separator_(separator)
+    {
+    }
 
     // "<label> <value>" as a signed decimal number.
     void num(const char *label, long value) const;
+    // The same followed by a unit written as it stands ("%", " Celsius").
+    void num(const char *label, long value, const char *unit) const;
+    // An unsigned 64-bit decimal number.
+    void num64(const char *label, KRT_U64 value) const;
+    // "0x" and hexadecimal digits, at least `digits` of them.
+    void hex(const char *label, unsigned value, int digits = 0) const;
+    void hex64(const char *label, KRT_U64 value) const;
+    // Extended precision, no decimals: counters wider than 64 bits.
+    void ext(const char *label, long double value) const;
+    // The same with a GB figure after it: "<value> (<gigabytes> GB)".
+    void extWithGigabytes(const char *label, long double value, long double gigabytes) const;
     // "<label> <value>" as text.
     void str(const char *label, const char *value) const;
     void str(const char *label, const std::string &value) const { str(label, value.c_str()); }
@@ -31,6 +46,7 @@ class FieldWriter {
   private:
     std::FILE *out_;
     int width_;
+    const char *separator_;
 };
 
 // Capacity in GB of `lba` sectors of `sectorSize` bytes. The product wraps

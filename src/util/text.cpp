@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -14,6 +15,20 @@ bool isNumber(const char *text)
         if (*p < '0' || *p > '9')
             return false;
     }
+    return true;
+}
+
+bool readHexOrDecimal(const char *text, unsigned long long *value)
+{
+    if (text == nullptr)
+        return false;
+    if (std::strstr(text, "0x") != nullptr) {
+        *value = std::strtoull(text, nullptr, 16);
+        return true;
+    }
+    if (!isNumber(text))
+        return false;
+    *value = std::strtoull(text, nullptr, 10);
     return true;
 }
 

@@ -7,6 +7,10 @@
 
 // True when every character is a decimal digit; an empty text counts as a number.
 bool isNumber(const char *text);
+// A number typed by the user: hexadecimal when the word holds "0x",
+// otherwise decimal digits (isNumber). False for anything else, also for a
+// missing word (null).
+bool readHexOrDecimal(const char *text, unsigned long long *value);
 // Upper-case ASCII letters to lower case, in place. Returns the text.
 char *strlwr(char *text);
 // Copies an option argument without its enclosing double quotes.
