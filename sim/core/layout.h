@@ -14,7 +14,7 @@ namespace krtsim {
 using KRT_S32 = std::int32_t;
 
 constexpr char kStateMagic[8] = {'K', 'R', 'T', 'S', 'I', 'M', 'S', 'T'};
-constexpr KRT_U32 kStateFormat = 5;
+constexpr KRT_U32 kStateFormat = 6;
 
 constexpr int kMaxAdapters = 64;  // the driver's adapter list holds no more
 constexpr int kMaxPds = 32;       // back-end SSD slots per controller
@@ -81,6 +81,11 @@ struct SimPd {
     KRT_U8 reserved[23];
     SimFwStage stage;
     SimBga bga;  // media patrol of this disk
+    // The slot's power pin switched off; its reset line (PERST#) held
+    // asserted. Either way the controller cannot see the SSD.
+    KRT_U8 powerOff;
+    KRT_U8 resetHeld;
+    KRT_U8 reserved5[6];
 };
 
 struct SimVd {

@@ -32,6 +32,8 @@ constexpr int KRT_OUTPUT_OPTION = 1;
 
 inline constexpr const char ErrorDuplicate[] = "Duplicated option specified.\n";
 inline constexpr const char OptionRequired[] = "%s: option -%c is required\n";
+// An -i value (controller or slot) that names nothing.
+inline constexpr const char ErrorInvalidId[] = "-i : invalid id '%s'\n";
 
 // "Description", the summary and the long help, on the output stream.
 void printCommandHelp(const Command_Info *entry);
