@@ -92,6 +92,62 @@ _NVME_PD_Info pdRecord(const SimPd &pd, int id, bool overlong)
     return r;
 }
 
+namespace {
+
+// Members a VD can lose before its data is gone.
+int toleratedLosses(const SimVd &vd)
+{
+    switch (vd.raidMode) {
+        case KRT_RAID1:
+            return vd.memberCount > 0 ? vd.memberCount - 1 : 0;
+        case KRT_RAID5:
+        case KRT_RAID10:
+        case KRT_RAID50:
+            return 1;
+        case KRT_RAID6:
+        case KRT_RAID60:
+            return 2;
+        default:
+            return 0;
+    }
+}
+
+// A member whose slot is switched off or held in reset is not seen: the
+// record shows it missing, and the VD as it stands without it. Once the SSD
+// is back the VD is whole again; nothing is stored.
+void reportUnseenMembers(const SimAdapter &ad, const SimVd &vd, _NVME_VD_Info &r)
+{
+    int unseen = 0, missing = 0;
+    for (int m = 0; m < vd.memberCount && m < KRT_VD_MAX_MEMBERS; ++m) {
+        const KRT_U16 pd = vd.members[m];
+        if (pd == KRT_PD_MISSING) {
+            ++missing;
+        } else if (pdExists(ad, pd) && !pdOnline(ad, pd)) {
+            r.PDIDs[m] = KRT_PD_MISSING;
+            ++unseen;
+        }
+    }
+    if (unseen == 0)
+        return;
+    switch (vd.status) {
+        case KRT_VD_FOREIGN:
+        case KRT_VD_IMPORTABLE:
+            // Disks from elsewhere are taken over only all together.
+            r.Status = KRT_VD_NOT_IMPORTABLE;
+            r.Importable = 0;
+            break;
+        case KRT_VD_FUNCTIONAL:
+        case KRT_VD_DEGRADE:
+        case KRT_VD_PARTIALLY_OPTIMAL:
+            r.Status = unseen + missing > toleratedLosses(vd) ? KRT_VD_OFFLINE : KRT_VD_DEGRADE;
+            break;
+        default:
+            break;
+    }
+}
+
+}  // namespace
+
 _NVME_VD_Info vdRecord(const SimAdapter &ad, int id, bool overlong)
 {
     const SimVd &vd = ad.vds[id];
@@ -112,6 +168,7 @@ _NVME_VD_Info vdRecord(const SimAdapter &ad, int id, bool overlong)
     for (const SimNs &ns : ad.ns)
         if (ns.nsid != 0 && ns.deviceType == 1 && ns.parent == id && n < sizeof r.NSIDs)
             r.NSIDs[n++] = ns.nsid;
+    reportUnseenMembers(ad, vd, r);
     if (overlong) {
         r.MemberCount = 255;
         fillText(r.Name);
@@ -470,7 +527,7 @@ void smartOfDisks(const SimAdapter &ad, KRT_U32 mask, Buffer &b)
     bool any = false;
     for (int id = 0; id < kMaxPds; ++id) {
         const SimPd &pd = ad.pds[id];
-        if (!pd.present || !(mask & (1u << id)))
+        if (!pdOnline(pd) || !(mask & (1u << id)))
             continue;
         const SimU128 unitsRead = (static_cast<SimU128>(pd.dataUnitsReadHigh) << 64) | pd.dataUnitsRead;
         const SimU128 unitsWritten = (static_cast<SimU128>(pd.dataUnitsWrittenHigh) << 64) | pd.dataUnitsWritten;
@@ -561,7 +618,7 @@ KRT_U32 spiWrite(SimAdapter &ad, const KRT_U32 (&cmd)[16], std::span<const KRT_U
 // know is an invalid opcode.
 KRT_U32 diskCommand(const SimAdapter &ad, const KRT_U32 (&cmd)[16], Buffer &b)
 {
-    if (!pdExists(ad, cmd[1]))
+    if (!pdOnline(ad, cmd[1]))
         return (SCT_VENDOR << 8) | VS_INVALID_HD;
     const SimPd &pd = ad.pds[cmd[1]];
     const KRT_U8 opcode = static_cast<KRT_U8>(cmd[14] & 0xFF);
@@ -673,6 +730,13 @@ KRT_U32 executeAdmin(SimState &st, int index, const KRT_U32 (&cmd)[16], KRT_U8 d
                 if (status == 0)
                     copyOut(reply, direction, data);
                 return status;
+            }
+            // The GPIO inversion state comes back bare, in byte 0.
+            if (cmd[12] == 0x1AE0) {
+                reply.fill(0);
+                reply[0] = ad.gpioInverse;
+                copyOut(reply, direction, data);
+                return 0;
             }
             startReply(reply);
             Request r{st,

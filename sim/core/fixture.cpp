@@ -360,6 +360,8 @@ void buildPd(const json &p, SimPd &pd, int adapterIdx, int id, const std::string
     // A disk warning of its spare has little left (the threshold is 10 %).
     const KRT_U64 spare = (pd.criticalWarning & 0x01) ? 4 : 100;
     pd.availSpare = static_cast<KRT_U8>(numberOr(p, "available_spare", spare, where, 0xFF));
+    pd.powerOff = boolOr(p, "power_off", false, where) ? 1 : 0;
+    pd.resetHeld = boolOr(p, "reset_held", false, where) ? 1 : 0;
     if (p.contains("bga"))
         readBga(p["bga"], pd.bga, 0, where + ".bga");
     if (pd.bga.type == KRT_BGA_MEDIA_PATROL && pd.bga.status == KRT_NVME_BGA_STATUS_RUNNING)
@@ -448,6 +450,11 @@ void buildVd(const json &v, SimAdapter &ad, int id, KRT_U64 now, const std::stri
     if (v.contains("status"))
         vd.status = vdStateOf(v["status"], where + ".status");
     vd.importable = boolOr(v, "importable", false, where) ? 1 : 0;
+    // Disks that carry a VD from elsewhere say so until it is imported.
+    if (vd.status == KRT_VD_FOREIGN || vd.status == KRT_VD_IMPORTABLE || vd.status == KRT_VD_NOT_IMPORTABLE)
+        for (size_t i = 0; i < members.size(); ++i)
+            if (vd.members[i] < kMaxPds)
+                ad.pds[vd.members[i]].status |= KRT_PD_IMPORTABLE;
     char name[17];
     std::snprintf(name, sizeof name, "VD_%d", id);
     putZeroed(vd.name, stringOr(v, "name", name, where));
@@ -519,6 +526,9 @@ void buildAdapter(const json &a, SimAdapter &ad, int index, KRT_U64 now, const s
                 continue;
             json n = json::object();
             n["pd"] = i;
+            // The namespaces of a disk from elsewhere come with its table.
+            if (ad.pds[i].status & KRT_PD_IMPORTABLE)
+                n["valid"] = n["active"] = false;
             nss.push_back(n);
         }
     }
@@ -603,11 +613,11 @@ void buildAdapter(const json &a, SimAdapter &ad, int index, KRT_U64 now, const s
     putZeroed(ad.fwSlots[0], frSlot);
 
     ad.config.AutoRebuildOn = 1;
-    ad.config.BGARate = 30;
+    ad.config.BGARate = 2;  // medium
     if (a.contains("config")) {
         const json &c = a["config"];
         ad.config.AutoRebuildOn = static_cast<KRT_U8>(numberOr(c, "auto_rebuild", 1, where + ".config", 0xFF));
-        ad.config.BGARate = static_cast<KRT_U8>(numberOr(c, "bga_rate", 30, where + ".config", 0xFF));
+        ad.config.BGARate = static_cast<KRT_U8>(numberOr(c, "bga_rate", 2, where + ".config", 0xFF));
     }
 
     // The event ring: a short start-up history unless the fixture gives its

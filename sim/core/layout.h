@@ -16,7 +16,7 @@ using KRT_S32 = std::int32_t;
 __extension__ typedef unsigned __int128 SimU128;
 
 constexpr char kStateMagic[8] = {'K', 'R', 'T', 'S', 'I', 'M', 'S', 'T'};
-constexpr KRT_U32 kStateFormat = 7;
+constexpr KRT_U32 kStateFormat = 8;
 
 constexpr int kMaxAdapters = 64;  // the driver's adapter list holds no more
 constexpr int kMaxPds = 32;       // back-end SSD slots per controller
@@ -93,6 +93,11 @@ struct SimPd {
     KRT_U8 smartReserved[3];
     KRT_U8 nsLimit;  // namespaces the disk was initialized for, 0: MaxNSPerVD
     KRT_U8 reserved4[7];
+    // The slot's power pin switched off; its reset line (PERST#) held
+    // asserted. Either way the controller cannot see the SSD.
+    KRT_U8 powerOff;
+    KRT_U8 resetHeld;
+    KRT_U8 reserved5[6];
 };
 
 struct SimVd {

@@ -77,6 +77,15 @@ inline bool pdExists(const SimAdapter &ad, KRT_U32 id)
 {
     return id < kMaxPds && ad.pds[id].present;
 }
+// An SSD in its slot that the controller can talk to: powered and out of reset.
+inline bool pdOnline(const SimPd &pd)
+{
+    return pd.present && !pd.powerOff && !pd.resetHeld;
+}
+inline bool pdOnline(const SimAdapter &ad, KRT_U32 id)
+{
+    return id < kMaxPds && pdOnline(ad.pds[id]);
+}
 inline bool vdExists(const SimAdapter &ad, KRT_U32 id)
 {
     return id < kMaxVds && ad.vds[id].present;

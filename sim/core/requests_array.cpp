@@ -171,7 +171,7 @@ KRT_U8 createVd(Request &r)
     for (int id = 0; id < 32; ++id) {
         if (!(r.cdw13 & (1u << id)))
             continue;
-        if (!pdExists(ad, static_cast<KRT_U32>(id)) || (ad.pds[id].status & KRT_PD_FAILED))
+        if (!pdOnline(ad, static_cast<KRT_U32>(id)) || (ad.pds[id].status & KRT_PD_FAILED))
             return VS_INVALID_HD;
         const SimPd &pd = ad.pds[id];
         if (pd.status & KRT_PD_ASSIGNED)
@@ -307,7 +307,7 @@ KRT_U8 startRebuild(Request &r)
         return VS_LD_FUNCTIONAL;
     if (bgaActive(vd.bga))
         return VS_LD_HAS_BGA;
-    if (!pdExists(ad, pdId) || (ad.pds[pdId].status & KRT_PD_FAILED))
+    if (!pdOnline(ad, pdId) || (ad.pds[pdId].status & KRT_PD_FAILED))
         return VS_INVALID_HD;
     SimPd &pd = ad.pds[pdId];
     if (pd.status & KRT_PD_ASSIGNED)

@@ -37,7 +37,7 @@ KRT_U8 setDebugLevel(Request &r)
 
 KRT_U8 getPd(Request &r)
 {
-    if (!pdExists(r.ad, r.cdw14))
+    if (!pdOnline(r.ad, r.cdw14))
         return VS_INVALID_HD;
     put(r.out, 0, pdRecord(r.ad.pds[r.cdw14], static_cast<int>(r.cdw14), r.overlong));
     return VS_OK;
@@ -68,6 +68,10 @@ KRT_U8 getHostNs(Request &r)
         slots = r.out.size() / sizeof(_NVME_NS_Info);
     for (size_t i = 0; i < slots && i < kMaxNs; ++i) {
         const SimNs &ns = r.ad.ns[i];
+        // A namespace of an SSD the controller cannot see is not offered.
+        const bool unseen = ns.nsid != 0 && ns.deviceType == 0 && ns.parent < kMaxPds && !pdOnline(r.ad.pds[ns.parent]);
+        if (unseen && !r.overlong)
+            continue;
         if (ns.nsid != 0 || r.overlong)
             put(r.out, i * sizeof(_NVME_NS_Info), nsRecord(r.ad, ns, r.overlong));
     }
@@ -160,7 +164,7 @@ KRT_U8 listReply(Request &r, int limit, Exists exists, Make make)
 KRT_U8 pairedPdList(Request &r)
 {
     return listReply<_NVME_PD_Info>(
-        r, kMaxPds, [&](int id) { return r.ad.pds[id].present != 0; },
+        r, kMaxPds, [&](int id) { return pdOnline(r.ad.pds[id]); },
         [&](int id) { return pdRecord(r.ad.pds[id], id, r.overlong); });
 }
 
@@ -174,7 +178,7 @@ KRT_U8 pairedVdList(Request &r)
 KRT_U8 pairedPdBga(Request &r)
 {
     return listReply<_NVME_BGA_STATUS>(
-        r, kMaxPds, [&](int id) { return r.ad.pds[id].present != 0; },
+        r, kMaxPds, [&](int id) { return pdOnline(r.ad.pds[id]); },
         [&](int id) { return bgaRecord(r.ad.pds[id].bga, id); });
 }
 

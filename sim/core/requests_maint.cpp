@@ -193,13 +193,19 @@ KRT_U8 getConfig(Request &r)
     return VS_OK;
 }
 
-// CDW14: BGARate << 8 | AutoRebuildOn.
+// CDW14: BGARate << 8 | AutoRebuildOn. Rates are 0 (high), 2 (medium) and
+// 32 (low).
 KRT_U8 setConfig(Request &r)
 {
     if (!r.ad.raid)
         return VS_NOT_SUPPORTED;
-    r.ad.config.AutoRebuildOn = static_cast<KRT_U8>(r.cdw14 & 0xFF);
-    r.ad.config.BGARate = static_cast<KRT_U8>((r.cdw14 >> 8) & 0xFF);
+    const KRT_U8 autoRebuild = static_cast<KRT_U8>(r.cdw14 & 0xFF);
+    const KRT_U8 rate = static_cast<KRT_U8>((r.cdw14 >> 8) & 0xFF);
+    if ((r.cdw14 >> 16) != 0 || autoRebuild > 1 || (rate != 0 && rate != 2 && rate != 32))
+        return VS_INVALID_PARAMETER;
+    r.ad.config.AutoRebuildOn = autoRebuild;
+    r.ad.config.BGARate = rate;
+    addEvent(r.ad, r.now, "Auto rebuild %s, BGA rate %u", autoRebuild ? "on" : "off", rate);
     return VS_OK;
 }
 
@@ -208,7 +214,17 @@ KRT_U8 setTime(Request &)
     return VS_OK;
 }
 
-// CDW14 bits 0-15 slot, bits 16-23 action (0 off, 1 on, 2 sb, 3 qb).
+SimPd *pdInSlot(SimAdapter &ad, KRT_U32 slot)
+{
+    for (SimPd &pd : ad.pds)
+        if (pd.present && pd.slot == slot)
+            return &pd;
+    return nullptr;
+}
+
+// CDW14 bits 0-15 slot, bits 16-23 action (0 off, 1 on, 2 sb, 3 qb). The
+// end point has one LED of its own; the root complex one per SSD slot, lit
+// whether or not the SSD in it is running.
 KRT_U8 slotLed(Request &r)
 {
     const KRT_U32 slot = r.cdw14 & 0xFFFF;
@@ -219,43 +235,76 @@ KRT_U8 slotLed(Request &r)
         r.ad.adapterLed = action;
         return VS_OK;
     }
-    for (SimPd &pd : r.ad.pds) {
-        if (pd.present && pd.slot == slot) {
-            pd.led = action;
-            return VS_OK;
-        }
+    SimPd *pd = pdInSlot(r.ad, slot);
+    if (pd == nullptr)
+        return VS_INVALID_HD;
+    pd->led = action;
+    return VS_OK;
+}
+
+// The controller's default GPIO wiring: power pins for slots 0 and 1
+// (GPIO 4, 5), reset lines for slots 0 to 3 (GPIO 8, 10, 9, 11).
+constexpr KRT_U32 kPowerPins = 2;
+constexpr KRT_U32 kResetLines = 4;
+
+enum : KRT_U8 { kResetDevice = 0, kResetPower = 1, kResetPerstn = 2 };
+enum : KRT_U8 { kActionCycle = 0, kActionOn = 1, kActionOff = 2 };
+
+// An SSD starting up again: a firmware committed for the next reset runs.
+void restart(SimPd &pd)
+{
+    ++pd.resets;
+    if (pd.nextSlot != 0 && pd.fwSlots[pd.nextSlot - 1][0] != '\0') {
+        pd.activeSlot = pd.nextSlot;
+        std::memset(pd.fw, ' ', sizeof pd.fw);
+        std::memcpy(pd.fw, pd.fwSlots[pd.activeSlot - 1], strnlen(pd.fwSlots[pd.activeSlot - 1], 8));
+        pd.nextSlot = 0;
     }
-    return VS_INVALID_HD;
 }
 
 // CDW14 bits 0-15 slot, 16-23 type (0 device, 1 power, 2 perstn), 24-31
-// action for power and perstn (0 cycle, 1 on, 2 off).
+// action for power and perstn (0 cycle, 1 on, 2 off). An SSD whose power is
+// off or whose reset line is held is gone for the controller until it is
+// switched back. The reset lines are GPIO 8-11: with those inverted, on and
+// off drive the opposite level.
 KRT_U8 slotReset(Request &r)
 {
     const KRT_U32 slot = r.cdw14 & 0xFFFF;
     const KRT_U8 type = static_cast<KRT_U8>((r.cdw14 >> 16) & 0xFF);
     const KRT_U8 action = static_cast<KRT_U8>(r.cdw14 >> 24);
-    if (type > 2 || action > 2)
+    if (type > kResetPerstn || action > kActionOff)
         return VS_INVALID_PARAMETER;
-    for (SimPd &pd : r.ad.pds) {
-        if (!pd.present || pd.slot != slot)
-            continue;
-        ++pd.resets;
-        ++pd.powerCycles;
-        // A reset makes a firmware committed for the next reset run.
-        if (pd.nextSlot != 0 && pd.fwSlots[pd.nextSlot - 1][0] != '\0') {
-            pd.activeSlot = pd.nextSlot;
-            std::memset(pd.fw, ' ', sizeof pd.fw);
-            std::memcpy(pd.fw, pd.fwSlots[pd.activeSlot - 1], strnlen(pd.fwSlots[pd.activeSlot - 1], 8));
-            pd.nextSlot = 0;
-        }
+    if ((type == kResetPower && slot >= kPowerPins) || (type == kResetPerstn && slot >= kResetLines))
+        return VS_INVALID_PARAMETER;
+    SimPd *pd = pdInSlot(r.ad, slot);
+    if (pd == nullptr)
+        return VS_INVALID_HD;
+    const bool wasOnline = pdOnline(*pd);
+    if (type == kResetDevice) {
+        if (!wasOnline)
+            return VS_INVALID_HD;
+        restart(*pd);
         addEvent(r.ad, r.now, "Slot %u reset", slot);
         return VS_OK;
     }
-    return VS_INVALID_HD;
+    static const char *const actions[] = {"cycled", "on", "off"};
+    if (type == kResetPower) {
+        const bool wasOff = pd->powerOff;
+        pd->powerOff = action == kActionOff;
+        if (!pd->powerOff && (wasOff || action == kActionCycle))
+            ++pd->powerCycles;
+        addEvent(r.ad, r.now, "Slot %u power %s", slot, actions[action]);
+    } else {
+        const bool low = action == kActionOff;
+        pd->resetHeld = action != kActionCycle && low != (r.ad.gpioInverse != 0);
+        addEvent(r.ad, r.now, "Slot %u reset line %s", slot, actions[action]);
+    }
+    if (pdOnline(*pd) && (!wasOnline || action == kActionCycle))
+        restart(*pd);
+    return VS_OK;
 }
 
-// CDW14: the VD.
+// CDW14: the VD. A foreign VD is taken over whole: every member must be seen.
 KRT_U8 importVd(Request &r)
 {
     const KRT_U32 id = r.cdw14 & 0xFFFF;
@@ -264,23 +313,35 @@ KRT_U8 importVd(Request &r)
     SimVd &vd = r.ad.vds[id];
     if (!vd.importable)
         return VS_IMPORT_ALREADY_IN_TABLE;
+    for (int m = 0; m < vd.memberCount && m < KRT_VD_MAX_MEMBERS; ++m)
+        if (pdExists(r.ad, vd.members[m]) && !pdOnline(r.ad, vd.members[m]))
+            return VS_IMPORT_FOREIGN;
     vd.importable = 0;
     if (vd.status == KRT_VD_FOREIGN || vd.status == KRT_VD_IMPORTABLE)
         vd.status = KRT_VD_FUNCTIONAL;
+    for (int m = 0; m < vd.memberCount && m < KRT_VD_MAX_MEMBERS; ++m)
+        if (pdExists(r.ad, vd.members[m]))
+            r.ad.pds[vd.members[m]].status &= static_cast<KRT_U8>(~KRT_PD_IMPORTABLE);
     addEvent(r.ad, r.now, "VD %u imported", id);
     return VS_OK;
 }
 
-// CDW14: the disk in bits 0-15, its namespace table in bits 16-31.
+// CDW14: the disk in bits 0-15, its namespace table in bits 16-31. A disk
+// from elsewhere carries one table (0; 0xFF stands for all of them); its
+// namespaces become valid here once it is imported.
 KRT_U8 importNsTable(Request &r)
 {
     const KRT_U32 id = r.cdw14 & 0xFFFF;
-    if (!pdExists(r.ad, id))
+    const KRT_U32 table = r.cdw14 >> 16;
+    if (!pdOnline(r.ad, id))
         return VS_INVALID_HD;
     SimPd &pd = r.ad.pds[id];
-    if (!(pd.status & KRT_PD_IMPORTABLE))
+    if (!(pd.status & KRT_PD_IMPORTABLE) || (table != 0 && table != 0xFF))
         return VS_IMPORT_NO_TABLE;
     pd.status &= static_cast<KRT_U8>(~KRT_PD_IMPORTABLE);
+    for (SimNs &ns : r.ad.ns)
+        if (ns.nsid != 0 && ns.deviceType == 0 && ns.parent == id)
+            ns.status |= KRT_NS_VALID;
     addEvent(r.ad, r.now, "PD %u namespace table imported", id);
     return VS_OK;
 }
@@ -294,20 +355,13 @@ KRT_U8 setInverse(Request &r)
     return VS_OK;
 }
 
-KRT_U8 getInverse(Request &r)
-{
-    r.out[0] = r.ad.gpioInverse;
-    return VS_OK;
-}
-
 constexpr Route kMaintDirect[] = {
     {KRT_CLASS_ADAPTER, 1, getConfig},
     {KRT_CLASS_ADAPTER, 2, setConfig},
     {KRT_CLASS_ADAPTER, 3, setTime},
     {KRT_CLASS_ADAPTER, 7, slotLed},
     {KRT_CLASS_ADAPTER, 0x0B, rawActivate},
-    {KRT_CLASS_ADAPTER, 0x19, setInverse},
-    {KRT_CLASS_ADAPTER, 0x1A, getInverse},
+    {KRT_CLASS_ADAPTER, 0x19, setInverse},  // 0x1A, its state, has no envelope: see executeAdmin
     {KRT_CLASS_PD, 7, slotLed},
     {KRT_CLASS_PD, 8, slotReset},
     {KRT_CLASS_PD, 9, importNsTable},
@@ -355,7 +409,7 @@ void pdFwSlotLog(const SimPd &pd, std::span<KRT_U8> out)
 
 KRT_U32 diskCommandToDisk(SimAdapter &ad, const KRT_U32 (&cmd)[16], std::span<const KRT_U8> data, KRT_U64 now)
 {
-    if (!pdExists(ad, cmd[1]))
+    if (!pdOnline(ad, cmd[1]))
         return (SCT_VENDOR << 8) | VS_INVALID_HD;
     SimPd &pd = ad.pds[cmd[1]];
     const KRT_U8 opcode = static_cast<KRT_U8>(cmd[14] & 0xFF);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <iterator>
 #include <string_view>
 
 #include "controller.h"
@@ -67,6 +68,12 @@ const char *bgaName(KRT_U8 type)
     }
 }
 
+const char *ledName(KRT_U8 action)
+{
+    static const char *const names[] = {"off", "on", "sb", "qb"};
+    return action < std::size(names) ? names[action] : "?";
+}
+
 void showBga(std::string &out, const SimBga &bga)
 {
     if (bga.status == KRT_NVME_BGA_STATUS_NONE)
@@ -114,12 +121,16 @@ std::string showState(SimState &st)
                text(ad.sn).c_str(), ad.vanished ? " (vanished)" : "");
         append(out, "  events: %u logged, newest %u kept; SPI log %s, %u bytes\n", ad.eventCount,
                std::min<KRT_U32>(ad.eventCount, kMaxEvents), ad.spiLogOn ? "on" : "off", ad.spiLogLength);
+        append(out, "  settings auto_rebuild=%u bga_rate=%u gpio8-11=%s ep_led=%s\n", ad.config.AutoRebuildOn,
+               ad.config.BGARate, ad.gpioInverse ? "inverted" : "normal", ledName(ad.adapterLed));
         for (int p = 0; p < kMaxPds; ++p) {
             const SimPd &pd = ad.pds[p];
             if (!pd.present)
                 continue;
             append(out, "  PD %d slot=%u %s %s %llu x %u status=0x%02x", p, pd.slot, text(pd.model).c_str(),
                    text(pd.serial).c_str(), static_cast<unsigned long long>(pd.lba), pd.sectorSize, pd.status);
+            append(out, " led=%s%s%s", ledName(pd.led), pd.powerOff ? " power=off" : "",
+                   pd.resetHeld ? " reset=held" : "");
             showBga(out, pd.bga);
             out += "\n";
         }

@@ -24,7 +24,7 @@ using namespace krtsim;
 
 const char kUsage[] =
     "usage: krtsim COMMAND ...   (state: $KRTSIM_STATE, default /tmp/krtsim-<uid>/state)\n"
-    "  reset [raid|jbof|multi|foreign|empty|large|degraded|<fixture.json>]   start over (default raid)\n"
+    "  reset [raid|jbof|multi|foreign|import|empty|large|degraded|<fixture.json>]   start over (default raid)\n"
     "  show                             print the machine\n"
     "  log                              print the command log\n"
     "  log clear                        empty the command log\n"

@@ -35,6 +35,8 @@ inline constexpr const char OptionRequired[] = "%s: option -%c is required\n";
 // The outcome line of a command that sends one request to the controller.
 inline constexpr const char CmdSuccess[] = "cmd success\n";
 inline constexpr const char CmdFailed[] = "cmd failed.\n";
+// An -i value (controller or slot) that names nothing.
+inline constexpr const char ErrorInvalidId[] = "-i : invalid id '%s'\n";
 
 // "Description", the summary and the long help, on the output stream.
 void printCommandHelp(const Command_Info *entry);

@@ -88,6 +88,6 @@ TEST(SimMaintenance, SettingsLedsImportsAndGpio)
     Reply reply = m.query(0x000001E0);
     EXPECT_EQ(reply[8], 0);
     EXPECT_EQ(reply[9], 32);
-    EXPECT_EQ(m.query(0x00001AE0)[8], 1) << "GPIO inverted";
+    EXPECT_EQ(m.query(0x00001AE0)[0], 1) << "GPIO inverted, answered without an envelope";
     EXPECT_EQ(m.query(krt_cdw12(0xE2, 0, 0))[8 + 2], KRT_VD_FUNCTIONAL) << "imported";
 }

@@ -1,0 +1,431 @@
+// get, set, import, reset, led and inverse against simulated machines: the
+// option rules of each, the words they send, and what the machine does.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "machine.h"
+#include "text.h"
+
+namespace {
+
+using krt_test::has;
+using krt_test::occurrences;
+using krt_test::SimMachine;
+
+struct Case {
+    std::vector<std::string> words;
+    int status;
+    std::string out;  // the whole output; for the help, how it begins
+};
+
+// Runs usage cases and checks that none of them reached the controller
+// with the request named by `cdw12` (as the command log spells it).
+void runCases(const SimMachine &m, const std::vector<Case> &cases, const std::string &cdw12)
+{
+    m.krtsim({"log", "clear"});
+    for (const Case &c : cases) {
+        const auto r = m.cli(c.words);
+        EXPECT_EQ(r.status, c.status) << testing::PrintToString(c.words);
+        const bool help = c.out.rfind("Description:", 0) == 0;
+        EXPECT_EQ(help ? r.out.substr(0, c.out.size()) : r.out, c.out) << testing::PrintToString(c.words);
+    }
+    EXPECT_FALSE(has(m.krtsim({"log"}).out, "cdw12=" + cdw12)) << "sent by a refused command";
+}
+
+std::string logOf(const SimMachine &m)
+{
+    return m.krtsim({"log"}).out;
+}
+
+const std::string kGetHelp = "Description:For getting configuration information of NVMe Controller.\n";
+const std::string kSetHelp = "Description:For setting configuration parameters of NVMe Controller.\n";
+
+std::string settings(const char *autoRebuild, const char *rate)
+{
+    return std::string("Auto Rebuild:            ") + autoRebuild + "\nBGA Rate:                " + rate + "\n\n";
+}
+
+TEST(Settings, UsageErrors)
+{
+    SimMachine m("raid");
+    runCases(
+        m,
+        {
+            {{"get", "-o", "disk"}, 1, "-o : invalid object 'disk', should be NVMe Controller\n"},
+            {{"get", "-o", "hba", "-i", "x"}, 1, "-i : id is not a number\n"},
+            {{"get", "-o", "hba", "-i", "1"}, 1, "-i : invalid id '1'\n"},
+            {{"get", "-o", "hba", "-i", "99999999999999999999999"}, 1, "-i : invalid id '99999999999999999999999'\n"},
+            {{"get", "-o", "hba", "-O", "hba"}, 1, ""},
+            {{"get", "-o", "hba", "-o", "hba"}, 1, "Duplicated option specified.\n"},
+            {{"get", "-i", "0"}, 1, "get: option -o is required\n"},
+            {{"get"}, 1, kGetHelp},
+            {{"get", "-h"}, 0, kGetHelp},
+            {{"set", "-o", "hba", "-i", "0", "-a", "maybe"}, 1, "-c : invalid auto rebuild mode 'maybe'\n"},
+            {{"set", "-o", "hba", "-i", "x"}, 1, "-i : id is not a number\n-i : invalid id 'x'\n"},
+            {{"set", "-o", "hba", "-i", "0", "-r", "fast"}, 1, "-r : invalid BGA rate 'fast'\n"},
+            {{"set", "-o", "hba", "-i", "0", "-v", "1"}, 1, "-v : invalid vd id '1'\n"},
+            {{"set", "-o", "disk"}, 1, "-o : invalid object 'disk'\n"},
+            {{"set", "-o", "hba", "-i", "0", "-r", "low", "-r", "high"}, 1, "Duplicated option specified.\n"},
+            {{"set", "-o", "hba", "-a", "on"}, 1, "set: option -i is required\n"},
+            {{"set", "-i", "0", "-a", "on"}, 1, "set: option -o is required\n"},
+            {{"set", "-o", "hba", "-i", "0", "-c", "x"}, 0, kSetHelp},
+            {{"set", "-o", "hba", "-i", "0", "--name", "x"}, 0, kSetHelp},
+            {{"set"}, 1, kSetHelp},
+            // Read, but nothing to write.
+            {{"set", "-o", "hba", "-i", "0", "-v", "0"}, 0, "Invalid setting(s) for HBA\n"},
+        },
+        "0x000002e0");
+    // A leading controller number stands in for -i, but only with -o.
+    EXPECT_EQ(m.cli({"0", "set", "-a", "on"}).out, "set: option -i is required\n");
+}
+
+TEST(Settings, SetBothAndReadThemBack)
+{
+    SimMachine m("raid");
+    EXPECT_EQ(m.cli({"get", "-o", "HBA"}).out, settings("on", "Medium"));
+    const std::string read = "cdw10=0x000003ff cdw11=0x00000000 cdw12=0x000001e0 cdw13=0x00000000 cdw14=0x00000000";
+    EXPECT_TRUE(has(logOf(m), read + " cdw15=0x00000000 dir=from len=4096"));
+
+    m.krtsim({"log", "clear"});
+    auto r = m.cli({"set", "-o", "hba", "-i", "0", "-r", "LOW", "-a", "off"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "HBA configuration is updated.\n");
+    const std::string log = logOf(m);
+    EXPECT_TRUE(has(log, read));  // read first, then written back
+    EXPECT_TRUE(has(log,
+                    "cdw10=0x00000000 cdw11=0x00000000 cdw12=0x000002e0 cdw13=0x00000000 cdw14=0x00002000 "
+                    "cdw15=0x00000000 dir=from len=0 status=0x0"));
+    EXPECT_EQ(m.cli({"get", "-o", "hba", "-i", "0"}).out, settings("off", "Low"));
+
+    // Only what is given changes.
+    EXPECT_EQ(m.cli({"0", "set", "-o", "hba", "-a", "On"}).status, 0);
+    EXPECT_EQ(m.cli({"get", "-o", "hba"}).out, settings("on", "Low"));
+    EXPECT_EQ(m.cli({"set", "-o", "hba", "-i", "0", "--bgarate", "high"}).status, 0);
+    EXPECT_EQ(m.cli({"0", "get", "-o", "hba"}).out, settings("on", "High"));
+    EXPECT_TRUE(has(m.krtsim({"show"}).out, "settings auto_rebuild=1 bga_rate=0 "));
+}
+
+TEST(Settings, WhichControllerIsAsked)
+{
+    SimMachine m("multi");  // RAID, RAID, JBOF
+    m.krtsim({"log", "clear"});
+    // Every pass asks the addressed controller.
+    auto r = m.cli({"get", "-o", "hba"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, settings("on", "Medium") + settings("on", "Medium") + settings("on", "Medium"));
+    std::string log = logOf(m);
+    EXPECT_EQ(occurrences(log, "vmhba1 opc=0xe2 nsid=0 cdw10=0x000003ff"), 3);
+    EXPECT_EQ(occurrences(log, "cdw10=0x000003ff"), 3);
+
+    m.krtsim({"log", "clear"});
+    EXPECT_EQ(m.cli({"get", "-o", "hba", "-i", "1"}).status, 0);
+    EXPECT_EQ(m.cli({"1", "get", "-o", "hba"}).status, 0);
+    EXPECT_EQ(occurrences(logOf(m), "vmhba2 opc=0xe2 nsid=0 cdw10=0x000003ff"), 2);
+
+    // Only controllers 0 and 1 are served by id.
+    m.krtsim({"log", "clear"});
+    r = m.cli({"get", "-o", "hba", "-i", "2"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "\nUnable to get configuration of NVMe Controller 2\n");
+    EXPECT_FALSE(has(logOf(m), "cdw10=0x000003ff"));
+
+    // The JBOF test looks at the addressed controller for get, at the
+    // target for set.
+    r = m.cli({"2", "get", "-o", "hba", "-i", "0"});
+    EXPECT_EQ(r.status, 34);
+    EXPECT_EQ(r.out, "This feature is not support JBOF.\n");
+    r = m.cli({"set", "-o", "hba", "-i", "2", "-a", "on"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "This feature is not support JBOF.\n");
+    EXPECT_EQ(m.cli({"2", "set", "-o", "hba", "-i", "1", "-r", "low"}).status, 0);
+    EXPECT_EQ(m.cli({"get", "-o", "hba", "-i", "1"}).out, settings("on", "Low"));
+}
+
+TEST(Settings, FailingController)
+{
+    SimMachine m("raid");
+    m.krtsim({"fault", "add", "--cdw12", "0x000001e0", "--count", "2", "--bad-sign"});
+    auto r = m.cli({"get", "-o", "hba"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "\nUnable to get configuration of NVMe Controller 255\n");
+    r = m.cli({"set", "-o", "hba", "-i", "0", "-a", "on"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "\nUnable to get configuration info of adapter 0\n");
+
+    m.krtsim({"fault", "add", "--cdw12", "0x000001e0", "--count", "1", "--envelope-status", "9"});
+    r = m.cli({"get", "-o", "hba", "-i", "0"});
+    EXPECT_EQ(r.status, 9);
+    EXPECT_EQ(r.out, "\nUnable to get configuration of NVMe Controller 0\n");
+
+    m.krtsim({"fault", "add", "--cdw12", "0x000002e0", "--status", "0x0705"});
+    r = m.cli({"set", "-o", "hba", "-i", "0", "-a", "off"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "Not supported (Status Code: 0x705)\n\nFailed to configure hba 0\n");
+    EXPECT_EQ(m.cli({"get", "-o", "hba"}).out, settings("on", "Medium"));
+}
+
+TEST(Settings, DebugShowsTheRequestWords)
+{
+    SimMachine m("raid");
+    const std::string out = m.shell("--debug\nget -o hba\nset -o hba -i 0 -r low -a off\n");
+    EXPECT_TRUE(has(out, "CDW[0] : 0x000000e2\nCDW[10]: 0x000003ff\nCDW[12]: 0x000001e0\nAuto Rebuild:"));
+    EXPECT_TRUE(has(out,
+                    "CDW[0] : 0x000000e2\nCDW[10]: 0x00000000\nCDW[12]: 0x000002e0\nCDW[14]: 0x00002000\n"
+                    "HBA configuration is updated.\n"));
+}
+
+const std::string kImportHelp = "Description:For import VD\n";
+
+TEST(Import, UsageErrors)
+{
+    SimMachine m("import");
+    runCases(m,
+             {
+                 {{"import", "-l", "x"}, 1, "-l : invalid VD ID 'x'\n"},
+                 {{"import", "-l", "65536"}, 1, "-l : invalid VD ID '65536'\n"},
+                 {{"import", "-p", "-1", "-l", "0"}, 1, "-p : invalid PD ID '-1'\n"},
+                 {{"import", "-p", "70000", "-l", "0"}, 1, "-p : invalid PD ID '70000'\n"},
+                 {{"import", "-n", "0x10000", "-l", "0"}, 1, "-n : invalid NS Table ID '0x10000'\n"},
+                 {{"import", "-n", "0xg", "-l", "0"}, 1, "-n : invalid NS Table ID '0xg'\n"},
+                 {{"import", "-n", "one", "-l", "0"}, 1, "-n : invalid NS Table ID 'one'\n"},
+                 {{"import", "-i", "x", "-l", "0"}, 1, "-i : invalid NVMe Controller id 'x'\n"},
+                 {{"import", "-i", "2", "-l", "0"}, 1, "NVMe Controller 2 does not exist.\n"},
+                 {{"import", "-p", "0", "-p", "1", "-l", "0"}, 1, "Duplicated option specified.\n"},
+                 {{"import", "-n", "0", "-n", "1", "-l", "0"}, 1, "Duplicated option specified.\n"},
+                 {{"import", "-p", "0"}, 1, "import: option -l is required\n"},
+                 {{"import", "-l"}, 1, ""},
+                 {{"import"}, 1, kImportHelp},
+                 {{"import", "--help"}, 0, kImportHelp},
+             },
+             "0x000006e2");
+    EXPECT_FALSE(has(logOf(m), "cdw12=0x000009e1"));
+}
+
+TEST(Import, ForeignVirtualDiskIsTakenOver)
+{
+    SimMachine m("import");
+    auto r = m.cli({"info", "-o", "vd", "-i", "1"});
+    EXPECT_TRUE(has(r.out, "Name:                moved\nStatus:              Foreign\nImportable:          Yes\n"));
+
+    // A VD of this controller is not importable; nothing is sent for it.
+    m.krtsim({"log", "clear"});
+    r = m.cli({"import", "-l", "0"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "\nVD 0 is not importable.\n");
+    r = m.cli({"import", "-l", "9"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "\nUnable to get info of VD\n");
+    EXPECT_FALSE(has(logOf(m), "cdw12=0x000006e2"));
+
+    // Taken over only with every disk there.
+    m.cli({"reset", "-t", "power", "-a", "off", "-i", "1"});
+    EXPECT_TRUE(has(m.cli({"info", "-o", "vd", "-i", "1"}).out,
+                    "Status:              Not Importable\nImportable:          No\n"));
+    EXPECT_EQ(m.cli({"import", "-l", "1"}).out, "\nVD 1 is not importable.\n");
+    m.cli({"reset", "-t", "power", "-a", "on", "-i", "1"});
+
+    r = m.cli({"import", "-l", "0", "--ld_id", "1"});  // the last -l counts
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "VD 1 import successfully.\n");
+    EXPECT_TRUE(has(logOf(m), "cdw12=0x000006e2 cdw13=0x00000000 cdw14=0x00000001 cdw15=0x00000000 dir=from len=0"));
+    r = m.cli({"info", "-o", "vd"});
+    EXPECT_TRUE(has(r.out, "Name:                moved\nStatus:              Functional\nImportable:          No\n"));
+    EXPECT_TRUE(has(r.out, "Total # of VD:       2\n"));
+    EXPECT_EQ(m.cli({"import", "-l", "1"}).out, "\nVD 1 is not importable.\n");
+
+    // A refusal is reported; the command still succeeds.
+    SimMachine f("import");
+    f.krtsim({"fault", "add", "--cdw12", "0x000006e2", "--status", "0x0739"});
+    r = f.cli({"import", "-l", "1"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "Import already in table (Status Code: 0x739)\n\nFail to import VD 1.\n");
+}
+
+TEST(Import, NamespaceTableOfAJbofDisk)
+{
+    SimMachine m("import");  // controller 1: JBOF, PD 1 brought from elsewhere
+    EXPECT_FALSE(has(m.cli({"1", "info", "-o", "ns"}).out, "Parent PD ID:        1\n"));
+    auto r = m.cli({"import", "-i", "1", "-p", "1", "-n", "0xff", "-l", "0"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "NS Table ID 255 import successfully.\n");
+    EXPECT_TRUE(has(logOf(m),
+                    "vmhba2 opc=0xe2 nsid=0 cdw10=0x00000000 cdw11=0x00000000 cdw12=0x000009e1 "
+                    "cdw13=0x00000000 cdw14=0x00ff0001"));
+    EXPECT_TRUE(has(m.cli({"1", "info", "-o", "ns"}).out,
+                    "Parent PD ID:        1\nValid:               Yes\nActive:              No\n"));
+
+    // Nothing left to import; table 0 by default.
+    r = m.cli({"1", "import", "-p", "1", "-l", "0"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "Import no table (Status Code: 0x738)\n\nFail to import NS Table ID 0.\n");
+    EXPECT_TRUE(has(logOf(m), "cdw12=0x000009e1 cdw13=0x00000000 cdw14=0x00000001"));
+
+    SimMachine jbof("jbof");  // no import support
+    r = jbof.cli({"import", "-p", "1", "-l", "0"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "Importable not support or parameters error.\n");
+}
+
+const std::string kResetHelp = "Description:For reset back-end device\n[Notice]\n";
+
+TEST(Reset, UsageErrors)
+{
+    SimMachine m("raid");
+    runCases(m,
+             {
+                 {{"reset", "-a", "maybe"}, 0, "-a : invalid action 'maybe'.\n"},
+                 {{"reset", "-i", "x"}, 0, "-i : invalid device id 'x'\n"},
+                 {{"reset", "-i", "65536"}, 0, "-i : invalid device id '65536'\n"},
+                 {{"reset", "-t", "warm"}, 0, "-t : invalid type 'warm'.\n"},
+                 {{"reset", "-t", "power"}, 0, "reset: option -a is required\n"},
+                 {{"reset", "-t", "perstn", "--action", "on"}, 0, "reset: option -a is required\n"},
+                 {{"reset", "-t", "device", "-a", "on"}, 0, "Option action is not allow.\n"},
+                 {{"reset", "-t", "power", "-a", "on", "-i", "2"}, 1, "Power Pin ID only support 0 or 1\n"},
+                 {{"reset", "-i", "1", "-i", "2"}, 1, "Duplicated option specified.\n"},
+                 {{"reset", "-z"}, 0, ""},
+                 {{"reset"}, 1, kResetHelp},
+                 {{"reset", "-h"}, 0, kResetHelp},
+             },
+             "0x000008e1");
+}
+
+TEST(Reset, WordsAndWhatTheSlotDoes)
+{
+    SimMachine m("raid");
+    const std::pair<std::vector<std::string>, std::string> sent[] = {
+        {{"reset", "-t", "device", "-i", "3"}, "cdw14=0x00000003"},
+        {{"reset", "-a", "on", "-i", "2"}, "cdw14=0x00000002"},  // no -t: a device reset
+        {{"reset", "-t", "PERSTN", "-a", "off", "-i", "3"}, "cdw14=0x02020003"},
+        {{"reset", "-t", "perstn", "-a", "cycle", "-i", "3"}, "cdw14=0x00020003"},
+        {{"reset", "--type=power", "--action=cycle", "-i", "1"}, "cdw14=0x00010001"},
+    };
+    for (const auto &[words, cdw14] : sent) {
+        m.krtsim({"log", "clear"});
+        const auto r = m.cli(words);
+        EXPECT_EQ(r.status, 0) << testing::PrintToString(words);
+        EXPECT_EQ(r.out, "Reset success\n");
+        EXPECT_TRUE(has(logOf(m), "cdw12=0x000008e1 cdw13=0x00000000 " + cdw14 + " cdw15=0x00000000 dir=from len=0"))
+            << testing::PrintToString(words);
+    }
+
+    // A powered-off slot's SSD is gone until it is powered on.
+    EXPECT_EQ(m.cli({"reset", "-t", "power", "-a", "off", "-i", "1"}).out, "Reset success\n");
+    EXPECT_TRUE(has(m.krtsim({"show"}).out, "SSD010001000101 3750748848 x 512 status=0x01 led=off power=off\n"));
+    auto r = m.cli({"info", "-o", "pd"});
+    EXPECT_EQ(occurrences(r.out, "PD ID:"), 7);
+    EXPECT_FALSE(has(r.out, "PD ID:                           1\n"));
+    EXPECT_EQ(m.cli({"info", "-o", "pd", "-i", "1"}).out, "\nUnable to get info of PD\n");
+    EXPECT_TRUE(has(m.cli({"info", "-o", "vd", "-i", "0"}).out, "Status:              Degrade\n"));
+    EXPECT_TRUE(has(m.cli({"info", "-o", "vd", "-i", "0"}).out, "PDs:                 0 ? 2 3 \n"));
+    EXPECT_EQ(m.cli({"reset", "-i", "1"}).out, "Invalid HD ID (Status Code: 0x706)\nReset failed.\n");
+
+    m.cli({"reset", "-t", "power", "-a", "on", "-i", "1"});
+    EXPECT_EQ(occurrences(m.cli({"info", "-o", "pd"}).out, "PD ID:"), 8);
+    EXPECT_TRUE(has(m.cli({"info", "-o", "vd", "-i", "0"}).out, "Status:              Functional\n"));
+
+    // The slot must exist.
+    r = m.cli({"reset", "-i", "9"});
+    EXPECT_EQ(r.status, 6);
+    EXPECT_EQ(r.out, "Invalid HD ID (Status Code: 0x706)\nReset failed.\n");
+}
+
+TEST(Led, UsageErrors)
+{
+    SimMachine m("raid");
+    runCases(m,
+             {
+                 {{"led", "-o", "xx", "-i", "0", "-a", "on"}, 0, "-m : invalid object 'xx'.\n"},
+                 {{"led", "-o", "rc", "-i", "x", "-a", "on"}, 0, "-i : invalid id 'x'\n"},
+                 {{"led", "-o", "rc", "-i", "65536", "-a", "on"}, 0, "-i : invalid id '65536'\n"},
+                 {{"led", "-o", "rc", "-i", "0", "-a", "blink"}, 0, "-a : invalid action 'blink'.\n"},
+                 {{"led", "-a", "on"}, 0, "led: option -o is required\n"},
+                 {{"led", "-o", "rc", "-a", "on"}, 0, "led: option -i is required\n"},
+                 {{"led", "-i", "0", "-o", "rc"}, 0, "led: option -a is required\n"},
+                 {{"led", "-o", "rc", "-o", "ep", "-i", "0", "-a", "on"}, 1, "Duplicated option specified.\n"},
+                 {{"led"}, 1, "Description:For control LED of device\n"},
+             },
+             "0x000007e1");
+    EXPECT_FALSE(has(logOf(m), "cdw12=0x000007e0"));
+}
+
+TEST(Led, SlotsAndTheEndPoint)
+{
+    SimMachine m("raid");
+    auto r = m.cli({"led", "-o", "rc", "-i", "2", "-a", "qb"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "LED control success\n");
+    EXPECT_TRUE(has(logOf(m), "cdw12=0x000007e1 cdw13=0x00000000 cdw14=0x00030002 cdw15=0x00000000 dir=from len=0"));
+    EXPECT_EQ(m.cli({"led", "--object=EP", "--id=0", "--action=Sb"}).status, 0);
+    EXPECT_TRUE(has(logOf(m), "cdw12=0x000007e0 cdw13=0x00000000 cdw14=0x00020000"));
+
+    const std::string shown = m.krtsim({"show"}).out;
+    EXPECT_TRUE(has(shown, " ep_led=sb\n"));
+    EXPECT_TRUE(has(shown, "status=0x01 led=qb\n  PD 3 "));
+    EXPECT_EQ(occurrences(shown, " led=off"), 7);
+
+    r = m.cli({"led", "-o", "rc", "-i", "9", "-a", "on"});
+    EXPECT_EQ(r.status, 6);
+    EXPECT_EQ(r.out, "Invalid HD ID (Status Code: 0x706)\nLED control failed.\n");
+}
+
+const std::string kNoInverse = "GPIO 8,9,10,11 Inverse Status: No Inverse\nGet Inverse Status success.\n";
+const std::string kInverse = "GPIO 8,9,10,11 Inverse Status: Inverse\nGet Inverse Status success.\n";
+
+TEST(Inverse, UsageErrors)
+{
+    SimMachine m("raid");
+    runCases(m,
+             {
+                 {{"inverse", "-a", "flip"}, 0, "-a : invalid action 'flip'.\n"},
+                 {{"inverse", "-a", "get", "-a", "get"}, 1, "Duplicated option specified.\n"},
+                 {{"inverse", "-x"}, 0, ""},
+                 {{"inverse"}, 1, "Description:For GPIO 8,9,10 and 11 inverse control.\n"},
+             },
+             "0x00001ae0");
+    EXPECT_FALSE(has(logOf(m), "19e0"));
+}
+
+TEST(Inverse, SetAndGet)
+{
+    SimMachine m("raid");
+    EXPECT_EQ(m.cli({"inverse", "-a", "get"}).out, kNoInverse);
+    EXPECT_TRUE(has(logOf(m), "cdw12=0x00001ae0 cdw13=0x00000000 cdw14=0x00000000 cdw15=0x00000000 dir=from"));
+
+    auto r = m.cli({"inverse", "-a", "Inverse"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "Set Inverse success.\n");
+    EXPECT_TRUE(has(logOf(m), "cdw12=0x000119e0 cdw13=0x00000000 cdw14=0x00000000 cdw15=0x00000000 dir=from len=0"));
+    EXPECT_EQ(m.cli({"inverse", "-a", "get"}).out, kInverse);
+    EXPECT_TRUE(has(m.krtsim({"show"}).out, " gpio8-11=inverted "));
+
+    // The reset lines are GPIO 8-11: inverted, "on" holds the disk in reset.
+    m.cli({"reset", "-t", "perstn", "-a", "on", "-i", "0"});
+    EXPECT_EQ(m.cli({"info", "-o", "pd", "-i", "0"}).out, "\nUnable to get info of PD\n");
+    m.cli({"reset", "-t", "perstn", "-a", "off", "-i", "0"});
+    EXPECT_TRUE(has(m.cli({"info", "-o", "pd", "-i", "0"}).out, "PD ID:                           0\n"));
+
+    EXPECT_EQ(m.cli({"inverse", "--action=noinverse"}).out, "Set Inverse success.\n");
+    EXPECT_TRUE(has(logOf(m), "cdw12=0x000019e0"));
+    EXPECT_EQ(m.cli({"inverse", "-a", "get"}).out, kNoInverse);
+}
+
+TEST(Inverse, FailingController)
+{
+    SimMachine m("raid");
+    m.krtsim({"fault", "add", "--cdw12", "0x00001ae0", "--status", "0x0002"});
+    auto r = m.cli({"inverse", "-a", "get"});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.out,
+              "Invalid Field in Command (Status Code: 0x2)\n"
+              "GPIO 8,9,10,11 Inverse Status: Unknown Status\n"
+              "Get Inverse Status failed.(error code: 0x02)\n");
+
+    m.krtsim({"fault", "add", "--cdw12", "0x000119e0", "--status", "0x0705"});
+    r = m.cli({"inverse", "-a", "inverse"});
+    EXPECT_EQ(r.status, 5);
+    EXPECT_EQ(r.out, "Not supported (Status Code: 0x705)\nSet Inverse failed.(error code: 0x705)\n");
+}
+
+}  // namespace
