@@ -25,6 +25,11 @@ KRT_U32 executeAdmin(SimState &state, int index, const KRT_U32 (&cmd)[16], KRT_U
 // Brings every background activity of an adapter up to the clock.
 void advanceActivities(SimAdapter &adapter, KRT_U64 nowMillis);
 
+// The host shuts down and boots again: firmware committed for the next reset
+// becomes the running firmware of each controller and SSD; images downloaded
+// but not committed are lost.
+void rebootMachine(SimState &state, KRT_U64 nowMillis);
+
 // The wire records, as the controller builds them from its state.
 _NVME_PD_Info pdRecord(const SimPd &pd, int id, bool overlong);
 _NVME_VD_Info vdRecord(const SimAdapter &adapter, int id, bool overlong);

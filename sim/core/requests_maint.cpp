@@ -81,11 +81,18 @@ bool stageUsable(const SimFwStage &stage)
     return stage.bytes > 0 && !stage.broken;
 }
 
+// A slot's text as a version: a.b.c.d, or the a.b.c (major.minor.build) that
+// the firmware revision of Identify carries; anything else raises the build
+// number of the running version.
 NVME_Version_Info parseVersion(const char *text, NVME_Version_Info fallback)
 {
     unsigned a = 0, b = 0, c = 0, d = 0;
-    if (std::sscanf(text, "%u.%u.%u.%u", &a, &b, &c, &d) == 4 && a <= 0xFFFF && b <= 0xFFFF && c <= 0xFFFF &&
-        d <= 0xFFFF)
+    const int n = std::sscanf(text, "%u.%u.%u.%u", &a, &b, &c, &d);
+    if (n == 3) {
+        d = c;
+        c = 0;
+    }
+    if ((n == 3 || n == 4) && a <= 0xFFFF && b <= 0xFFFF && c <= 0xFFFF && d <= 0xFFFF)
         return {static_cast<KRT_U16>(a), static_cast<KRT_U16>(b), static_cast<KRT_U16>(c), static_cast<KRT_U16>(d)};
     ++fallback.BuildNumber;
     return fallback;
@@ -107,6 +114,15 @@ void activateAdapterSlot(SimAdapter &ad, KRT_U8 slot, KRT_U64 now)
     addEvent(ad, now, "Firmware slot %u active", slot);
 }
 
+// Makes an SSD's slot the running one.
+void activatePdSlot(SimPd &pd, KRT_U8 slot)
+{
+    pd.activeSlot = slot;
+    pd.nextSlot = 0;
+    std::memset(pd.fw, ' ', sizeof pd.fw);
+    std::memcpy(pd.fw, pd.fwSlots[slot - 1], strnlen(pd.fwSlots[slot - 1], 8));
+}
+
 // The text a committed image leaves in its slot: the version it carries,
 // else the running version with the build number raised (controller) or a
 // name made from the image's CRC (SSD).
@@ -126,7 +142,7 @@ void slotText(const SimFwStage &stage, const NVME_Version_Info *running, char (&
 
 // Firmware Commit, CDW10: bits 2:0 slot (0: the controller picks), 5:3
 // commit action. Returns the completion status; sets *activateNow for
-// action 3 and *nextSlot for actions 1 and 2.
+// action 3 and *atReset for actions 1 and 2.
 KRT_U32 commit(SimFwStage &stage, char (&slots)[kFwSlots][8], int slotCount, KRT_U8 active, KRT_U32 cdw10,
                const NVME_Version_Info *running, KRT_U8 *chosen, bool *activateNow, bool *atReset)
 {
@@ -140,9 +156,18 @@ KRT_U32 commit(SimFwStage &stage, char (&slots)[kFwSlots][8], int slotCount, KRT
     *activateNow = false;
     *atReset = false;
     switch (action) {
+        case 3:
+            // Activate the slot's image now; one just downloaded takes the
+            // slot first.
+            if (!stageUsable(stage)) {
+                if (slots[slot - 1][0] == '\0')
+                    return 0x106;
+                *activateNow = true;
+                return 0;
+            }
+            [[fallthrough]];
         case 0:
         case 1:
-        case 3:
             if (!stageUsable(stage))
                 return 0x107;  // Invalid Firmware Image
             slotText(stage, running, slots[slot - 1]);
@@ -184,6 +209,7 @@ KRT_U8 rawActivate(Request &r)
         return VS_FAILED;
     if (__builtin_bswap32(ad.fwStage.crc) != r.cdw15)
         return VS_INVALID_PARAMETER;
+    addEvent(ad, r.now, "Raw firmware image of %u bytes verified", ad.fwStage.bytes);
     return VS_OK;
 }
 
@@ -254,12 +280,9 @@ enum : KRT_U8 { kActionCycle = 0, kActionOn = 1, kActionOff = 2 };
 void restart(SimPd &pd)
 {
     ++pd.resets;
-    if (pd.nextSlot != 0 && pd.fwSlots[pd.nextSlot - 1][0] != '\0') {
-        pd.activeSlot = pd.nextSlot;
-        std::memset(pd.fw, ' ', sizeof pd.fw);
-        std::memcpy(pd.fw, pd.fwSlots[pd.activeSlot - 1], strnlen(pd.fwSlots[pd.activeSlot - 1], 8));
-        pd.nextSlot = 0;
-    }
+    // A firmware committed for the next reset runs now.
+    if (pd.nextSlot != 0 && pd.fwSlots[pd.nextSlot - 1][0] != '\0')
+        activatePdSlot(pd, pd.nextSlot);
 }
 
 // CDW14 bits 0-15 slot, 16-23 type (0 device, 1 power, 2 perstn), 24-31
@@ -389,11 +412,17 @@ KRT_U32 adapterFwCommit(SimAdapter &ad, const KRT_U32 (&cmd)[16], KRT_U64 now)
                             &activateNow, &atReset);
     if (status != 0)
         return status;
+    addEvent(ad, now, "Firmware committed to slot %u", slot);
+    // A controller that cannot activate without a reset (FRMW bit 4 clear)
+    // keeps the image for the next one and says so.
+    if (activateNow && !(ad.frmw & 0x10)) {
+        ad.nextFwSlot = slot;
+        return 0x10B;  // Firmware Activation Requires Conventional Reset
+    }
     if (activateNow)
         activateAdapterSlot(ad, slot, now);
     if (atReset)
         ad.nextFwSlot = slot;
-    addEvent(ad, now, "Firmware committed to slot %u", slot);
     return 0;
 }
 
@@ -423,15 +452,35 @@ KRT_U32 diskCommandToDisk(SimAdapter &ad, const KRT_U32 (&cmd)[16], std::span<co
         commit(pd.stage, pd.fwSlots, 3, pd.activeSlot, cmd[10] & 0x3F, nullptr, &slot, &activateNow, &atReset);
     if (status != 0)
         return status;
-    if (activateNow) {
-        pd.activeSlot = slot;
-        std::memset(pd.fw, ' ', sizeof pd.fw);
-        std::memcpy(pd.fw, pd.fwSlots[slot - 1], strnlen(pd.fwSlots[slot - 1], 8));
-    }
+    if (activateNow)
+        activatePdSlot(pd, slot);
     if (atReset)
         pd.nextSlot = slot;
     addEvent(ad, now, "PD %u firmware committed to slot %u", cmd[1], slot);
     return 0;
+}
+
+void rebootMachine(SimState &state, KRT_U64 now)
+{
+    for (KRT_U32 i = 0; i < state.adapterCount && i < kMaxAdapters; ++i) {
+        SimAdapter &ad = state.adapters[i];
+        // What was downloaded but not committed lives in controller memory.
+        ad.fwStage = SimFwStage{};
+        ad.mailboxPending = 0;
+        if (ad.nextFwSlot != 0 && ad.nextFwSlot <= kFwSlots && ad.fwSlots[ad.nextFwSlot - 1][0] != '\0')
+            activateAdapterSlot(ad, ad.nextFwSlot, now);
+        ad.nextFwSlot = 0;
+        for (SimPd &pd : ad.pds) {
+            if (!pd.present)
+                continue;
+            pd.stage = SimFwStage{};
+            ++pd.powerCycles;
+            if (pd.nextSlot != 0 && pd.nextSlot <= kFwSlots && pd.fwSlots[pd.nextSlot - 1][0] != '\0')
+                activatePdSlot(pd, pd.nextSlot);
+            pd.nextSlot = 0;
+        }
+        addEvent(ad, now, "Controller started");
+    }
 }
 
 }  // namespace krtsim

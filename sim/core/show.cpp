@@ -49,6 +49,23 @@ std::string text(const KRT_U8 (&field)[N])
     return s;
 }
 
+// The slots that hold an image, the running one and the one for the next
+// reset marked, and an image being downloaded.
+void showFirmwareSlots(std::string &out, const char (&slots)[kFwSlots][8], KRT_U8 active, KRT_U8 next,
+                       const SimFwStage &stage, const char *indent = "  ")
+{
+    append(out, "%sfirmware slots:", indent);
+    for (int i = 0; i < kFwSlots; ++i) {
+        if (slots[i][0] == '\0')
+            continue;
+        append(out, " %d=%s%s%s", i + 1, text(slots[i]).c_str(), active == i + 1 ? " (active)" : "",
+               next == i + 1 ? " (next)" : "");
+    }
+    if (stage.bytes != 0)
+        append(out, "; %u bytes downloaded%s", stage.bytes, stage.broken ? " out of order" : "");
+    out += "\n";
+}
+
 const char *bgaName(KRT_U8 type)
 {
     switch (type) {
@@ -123,6 +140,7 @@ std::string showState(SimState &st)
                std::min<KRT_U32>(ad.eventCount, kMaxEvents), ad.spiLogOn ? "on" : "off", ad.spiLogLength);
         append(out, "  settings auto_rebuild=%u bga_rate=%u gpio8-11=%s ep_led=%s\n", ad.config.AutoRebuildOn,
                ad.config.BGARate, ad.gpioInverse ? "inverted" : "normal", ledName(ad.adapterLed));
+        showFirmwareSlots(out, ad.fwSlots, ad.activeFwSlot, ad.nextFwSlot, ad.fwStage);
         for (int p = 0; p < kMaxPds; ++p) {
             const SimPd &pd = ad.pds[p];
             if (!pd.present)
@@ -133,6 +151,8 @@ std::string showState(SimState &st)
                    pd.resetHeld ? " reset=held" : "");
             showBga(out, pd.bga);
             out += "\n";
+            if (pd.nextSlot != 0 || pd.stage.bytes != 0 || pd.fwSlots[1][0] != '\0' || pd.fwSlots[2][0] != '\0')
+                showFirmwareSlots(out, pd.fwSlots, pd.activeSlot, pd.nextSlot, pd.stage, "    ");
         }
         for (int v = 0; v < kMaxVds; ++v) {
             const SimVd &vd = ad.vds[v];

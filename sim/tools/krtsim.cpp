@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "core/controller.h"
 #include "core/fixture.h"
 #include "core/show.h"
 #include "core/store.h"
@@ -34,6 +35,7 @@ const char kUsage[] =
     "  fault vanish N                   adapter N stays listed but cannot be opened\n"
     "  fault list-fail                  the driver refuses the adapter list\n"
     "  clock freeze | clock run | clock advance SECONDS\n"
+    "  reboot                           shut the host down and boot it again (committed firmware runs)\n"
     "  exec -- CMD [ARGS...]            run CMD against this machine\n";
 
 int usage()
@@ -265,6 +267,18 @@ int doClock(const std::vector<std::string> &args)
     return 0;
 }
 
+int doReboot(const std::vector<std::string> &args)
+{
+    if (!args.empty())
+        return usage();
+    auto file = openState();
+    if (!file)
+        return 1;
+    StateFile::Lock lock(*file);
+    rebootMachine(file->state(), clockMillis(file->state().clock));
+    return 0;
+}
+
 // The folder of this program; the platform library sits in its lib/.
 std::string selfDir()
 {
@@ -327,5 +341,7 @@ int main(int argc, char **argv)
         return doClock(args);
     if (command == "exec")
         return doExec(args);
+    if (command == "reboot")
+        return doReboot(args);
     return usage();
 }

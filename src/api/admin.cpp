@@ -5,7 +5,7 @@
 
 #include "api/api_internal.h"
 #include "api/krt_api.h"
-#include "firmware/progressbar.h"
+#include "firmware/flash.h"
 #include "util/state.h"
 
 namespace {
@@ -27,19 +27,6 @@ bool goodHead(const _NVMEReceiveData &reply)
 {
     return std::memcmp(reply.sign, KRT_SIGN, sizeof KRT_SIGN) == 0;
 }
-
-// The flash routine comes with the firmware download; until then a started
-// download finishes at once with nothing sent.
-struct FlashData {
-    KRT_U8 adapter;
-    KRT_U16 device_id;
-    KRT_U8 fs;
-    KRT_U8 ca;
-    KRT_U8 type;
-    const char *file_name;
-};
-
-void flashNothing(_KRTProgressBar *, void *) {}
 
 }  // namespace
 
@@ -147,10 +134,13 @@ KRT_U32 KRT_Adapter_SetTime(KRT_U16 index, const _NVME_Adapter_Time *time)
 
 KRT_U32 KRT_Adapter_Flash(KRT_U16 index, const char *path, KRT_U8 slot, KRT_U8 ca, KRT_U8 type)
 {
-    FlashData data{static_cast<KRT_U8>(index), 0, slot, ca, type, path};
+    // One update at a time: the worker's argument is a single record.
+    static _KRTFlashData data;
+    data = _KRTFlashData{static_cast<KRT_U8>(index), 0, slot, ca, type, path};
     _KRTProgressBar *bar = progressbar_management_get_instance(index);
-    if (bar != nullptr)
-        bar->startThread(flashNothing, &data, sizeof data);
+    // A worker that cannot start must not read as a finished update.
+    if (bar != nullptr && bar->startThread(GetAdapterNvmeFlashAdapterFucntion(), &data, sizeof data) != 0)
+        bar->setResult(KRT_STATUS_LOCAL_FAILURE);
     return 0;
 }
 

@@ -9,6 +9,11 @@ namespace {
 
 std::array<_KRTProgressBar *, KRT_PROGRESS_BARS> m_flash_list{};
 
+// The bar whose worker runs on this thread. The worker may be running
+// before startThread has stored its handle, so the handle is no way to
+// tell.
+thread_local _KRTProgressBar *tWorkerBar = nullptr;
+
 }  // namespace
 
 int _KRTProgressBar::startThread(KRTProgressFunction entry, const void *arg, std::size_t size)
@@ -24,6 +29,7 @@ int _KRTProgressBar::startThread(KRTProgressFunction entry, const void *arg, std
         std::memcpy(m_arg, arg, size > sizeof m_arg ? sizeof m_arg : size);
     try {
         m_thread_handle = std::thread([this] {
+            tWorkerBar = this;
             if (m_function != nullptr)
                 m_function(this, m_arg);
             m_status = 0;
@@ -37,7 +43,9 @@ int _KRTProgressBar::startThread(KRTProgressFunction entry, const void *arg, std
 
 void _KRTProgressBar::closeThread()
 {
-    if (m_thread_handle.joinable())
+    // The worker marks its own bar finished: a thread cannot collect
+    // itself, so it is left for the next start or for the exit.
+    if (tWorkerBar != this && m_thread_handle.joinable())
         m_thread_handle.join();
     m_status = 0;
 }

@@ -27,7 +27,8 @@ struct _KRTProgressBar {
     KRT_U8 getPercentage() const { return m_percentage; }
     KRT_U32 getResult() const { return m_result; }
     KRT_U32 getStatus() const { return m_status; }
-    // Marks the bar finished and collects the worker.
+    // Marks the bar finished and collects the worker (unless called by the
+    // worker itself).
     void closeThread();
     void destructor();
 

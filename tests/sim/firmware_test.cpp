@@ -31,7 +31,8 @@ Words commit(KRT_U32 cdw10)
 TEST(SimFirmware, ControllerDownloadCommitAndSlots)
 {
     LibMachine m("raid");
-    EXPECT_EQ(m.send(commit(3 << 3 | 2)), 0x107u) << "nothing downloaded";
+    EXPECT_EQ(m.send(commit(1 << 3 | 2)), 0x107u) << "nothing downloaded";
+    EXPECT_EQ(m.send(commit(3 << 3 | 2)), 0x106u) << "nothing downloaded and nothing in slot 2 to activate";
     std::vector<KRT_U8> image(9000, 0x5A);
     const std::string marker = "KRTFW:3.4.5.6;";
     std::copy(marker.begin(), marker.end(), image.begin() + 100);
@@ -44,7 +45,7 @@ TEST(SimFirmware, ControllerDownloadCommitAndSlots)
     ASSERT_EQ(m.read(cmd({{0, NVME_ADMIN_GET_LOG_PAGE}, {1, 0xFFFFFFFF}, {10, 0x007F0003}}), slots), 0u);
     EXPECT_EQ(slots[0], 2);
     EXPECT_EQ(text(slots.data() + 16, 7), "3.4.5.6");
-    EXPECT_EQ(m.send(commit(3 << 3 | 2)), 0x107u) << "a commit uses the image up";
+    EXPECT_EQ(m.send(commit(1 << 3 | 3)), 0x107u) << "a commit uses the image up";
 }
 
 TEST(SimFirmware, RawImageActivationChecksTheCrc)
