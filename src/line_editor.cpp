@@ -260,8 +260,10 @@ extern "C" int readKey(EditLine *el, wchar_t *out)
 void bindKeys(EditLine *el)
 {
     el_set(el, EL_EDITOR, "emacs");
-    el_set(el, EL_ADDFN, "krt-older", "Recall an older line", recallOlder);
-    el_set(el, EL_ADDFN, "krt-newer", "Recall a newer line", recallNewer);
+    // The wide form keeps our names as they are; the narrow one copies them
+    // and never frees the copies.
+    el_wset(el, EL_ADDFN, L"krt-older", L"Recall an older line", recallOlder);
+    el_wset(el, EL_ADDFN, L"krt-newer", L"Recall a newer line", recallNewer);
     for (const char *key : {"^P", "\\ep", "\\eP", "\\e[A", "\\eOA"})
         el_set(el, EL_BIND, key, "krt-older", nullptr);
     for (const char *key : {"^N", "\\en", "\\eN", "\\e[B", "\\eOB"})

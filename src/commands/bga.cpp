@@ -8,6 +8,7 @@
 #include "api/krt_api.h"
 #include "commands/commands.h"
 #include "commands/info.h"
+#include "commands/request_words.h"
 #include "util/state.h"
 #include "util/text.h"
 
@@ -261,11 +262,7 @@ int sendActivityRequest(KRT_U8 subOpcode, KRT_U32 cdw14)
     cmd.CDW[12] = krt_cdw12(KRT_CLASS_BGA, subOpcode, 0);
     cmd.CDW[14] = cdw14;
     cmd.cdw_flag = kBgaCdwFlag;
-    if (dbg_enable) {
-        std::fprintf(stream, "CDW[0] : 0x%08x\n", cmd.CDW[0]);
-        std::fprintf(stream, "CDW[12]: 0x%08x\n", cmd.CDW[12]);
-        std::fprintf(stream, "CDW[14]: 0x%08x\n", cmd.CDW[14]);
-    }
+    printRequestWords(cmd, {0, 12, 14});
     const KRT_U32 status = KRT_Adapter_PassthruAdmin(gCurrentAdapter, &cmd, nullptr, 0, nullptr, 0);
     std::fputs(status == 0 ? CmdSuccess : CmdFailed, stream);
     return static_cast<int>(status);

@@ -8,6 +8,7 @@
 
 #include "api/krt_api.h"
 #include "commands/commands.h"
+#include "commands/request_words.h"
 #include "util/fields.h"
 #include "util/state.h"
 #include "util/text.h"
@@ -200,17 +201,12 @@ void Adapter_PrintConfig(const _NVME_Adapter_Config &config)
     std::fputs("\n", stream);
 }
 
-void printRequestWords(const krt_admin_command_format &cmd, bool withCdw14)
+void printSettingsWords(const krt_admin_command_format &cmd, bool withCdw14)
 {
-    if (!dbg_enable) {
-        return;
-    }
-    std::fprintf(stream, "CDW[0] : 0x%08x\n", cmd.CDW[0]);
-    std::fprintf(stream, "CDW[10]: 0x%08x\n", cmd.CDW[10]);
-    std::fprintf(stream, "CDW[12]: 0x%08x\n", cmd.CDW[12]);
-    if (withCdw14) {
-        std::fprintf(stream, "CDW[14]: 0x%08x\n", cmd.CDW[14]);
-    }
+    if (withCdw14)
+        printRequestWords(cmd, {0, 10, 12, 14});
+    else
+        printRequestWords(cmd, {0, 10, 12});
 }
 
 }  // namespace
@@ -276,7 +272,7 @@ int doSGet(int argc, char **argv, const Command_Info *entry)
 
     auto reply = std::make_unique<_NVMEReceiveData>();
     const krt_admin_command_format cmd = readConfigRequest();
-    printRequestWords(cmd, false);
+    printSettingsWords(cmd, false);
 
     int result = 0;
     if (target == kAllAdapters) {
@@ -424,7 +420,7 @@ int doSSet(int argc, char **argv, const Command_Info *entry)
     cmd.CDW[12] = krt_cdw12(KRT_CLASS_ADAPTER, kWriteConfigSubOpcode, 0);
     cmd.CDW[14] = static_cast<KRT_U32>(config.BGARate) * 256 + config.AutoRebuildOn;
     cmd.cdw_flag = (1u << 0) | (1u << 10) | (1u << 12) | (1u << 14);
-    printRequestWords(cmd, true);
+    printSettingsWords(cmd, true);
 
     if (KRT_Adapter_PassthruAdmin(static_cast<KRT_U16>(id), &cmd, nullptr, 0, nullptr, 0) != 0) {
         std::fprintf(stream, "\nFailed to configure hba %d\n", id);

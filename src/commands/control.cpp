@@ -9,6 +9,7 @@
 
 #include "api/krt_api.h"
 #include "commands/commands.h"
+#include "commands/request_words.h"
 #include "util/fields.h"
 #include "util/state.h"
 #include "util/text.h"
@@ -156,13 +157,10 @@ KRT_U32 sendControl(KRT_U32 cdw12, bool withCdw14, KRT_U32 cdw14, void *reply, K
         cmd.CDW[14] = cdw14;
         cmd.cdw_flag |= 1u << 14;
     }
-    if (dbg_enable) {
-        std::fprintf(stream, "CDW[0] : 0x%08x\n", cmd.CDW[0]);
-        std::fprintf(stream, "CDW[12]: 0x%08x\n", cmd.CDW[12]);
-        if (withCdw14) {
-            std::fprintf(stream, "CDW[14]: 0x%08x\n", cmd.CDW[14]);
-        }
-    }
+    if (withCdw14)
+        printRequestWords(cmd, {0, 12, 14});
+    else
+        printRequestWords(cmd, {0, 12});
     return KRT_Adapter_PassthruAdmin(gCurrentAdapter, &cmd, nullptr, 0, reply, replyLength);
 }
 

@@ -5,6 +5,7 @@
 
 #include "api/krt_api.h"
 #include "commands/commands.h"
+#include "commands/request_words.h"
 #include "util/state.h"
 
 // --debug is hidden and has no help of its own.
@@ -123,10 +124,7 @@ int doSDEBUGLV(int argc, char **argv, const Command_Info *entry)
     cmd.CDW[0] = KRT_VENDOR_OPCODE;
     cmd.CDW[12] = krt_cdw12(KRT_CLASS_ADAPTER, kDebugLevelSubOpcode, target);
     cmd.cdw_flag = (1u << 0) | (1u << 12);
-    if (dbg_enable) {
-        std::fprintf(stream, "CDW[0] : 0x%08x\n", cmd.CDW[0]);
-        std::fprintf(stream, "CDW[12]: 0x%08x\n", cmd.CDW[12]);
-    }
+    printRequestWords(cmd, {0, 12});
 
     const KRT_U32 status = KRT_Adapter_PassthruAdmin(gCurrentAdapter, &cmd, nullptr, 0, nullptr, 0);
     const char *what = target == 0 ? "normal" : "error only";

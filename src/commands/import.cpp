@@ -7,6 +7,7 @@
 
 #include "api/krt_api.h"
 #include "commands/commands.h"
+#include "commands/request_words.h"
 #include "util/state.h"
 #include "util/text.h"
 
@@ -117,11 +118,7 @@ KRT_U32 sendImport(KRT_U16 adapter, KRT_U8 cls, KRT_U8 subOpcode, KRT_U32 cdw14)
     cmd.CDW[12] = krt_cdw12(cls, subOpcode, 0);
     cmd.CDW[14] = cdw14;
     cmd.cdw_flag = (1u << 0) | (1u << 12) | (1u << 14);
-    if (dbg_enable) {
-        std::fprintf(stream, "CDW[0] : 0x%08x\n", cmd.CDW[0]);
-        std::fprintf(stream, "CDW[12]: 0x%08x\n", cmd.CDW[12]);
-        std::fprintf(stream, "CDW[14]: 0x%08x\n", cmd.CDW[14]);
-    }
+    printRequestWords(cmd, {0, 12, 14});
     return KRT_Adapter_PassthruAdmin(adapter, &cmd, nullptr, 0, nullptr, 0);
 }
 

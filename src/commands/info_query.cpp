@@ -3,6 +3,7 @@
 
 #include "api/krt_api.h"
 #include "commands/info.h"
+#include "commands/request_words.h"
 #include "util/state.h"
 
 std::unique_ptr<_NVMEReceiveData> newReply()
@@ -21,13 +22,10 @@ bool sendInfoQuery(KRT_U16 adapter, const InfoQuery &query, _NVMEReceiveData &re
         cmd.cdw_flag |= 1u << 14;
     }
 
-    if (dbg_enable) {
-        std::fprintf(stream, "CDW[0] : 0x%08x\n", cmd.CDW[0]);
-        std::fprintf(stream, "CDW[12]: 0x%08x\n", cmd.CDW[12]);
-        if (query.hasId) {
-            std::fprintf(stream, "CDW[14]: 0x%08x\n", cmd.CDW[14]);
-        }
-    }
+    if (query.hasId)
+        printRequestWords(cmd, {0, 12, 14});
+    else
+        printRequestWords(cmd, {0, 12});
 
     // The transport status is decoded and shown by the API; what counts here
     // is the reply head, which stays zeroed when nothing came back.

@@ -12,6 +12,7 @@
 #include "api/krt_api.h"
 #include "commands/commands.h"
 #include "commands/smart_log.h"
+#include "commands/user_file.h"
 #include "util/file_io.h"
 #include "util/state.h"
 #include "util/text.h"
@@ -121,11 +122,6 @@ const Dword *dwordOption(int opt)
 constexpr int kCounted[] = {'t',   'i',   'r',    'p',    'f',    'o',    'n',         'm',       'd',
                             kCdw2, kCdw3, kCdw10, kCdw11, kCdw12, kCdw13, kOutputFile, kInputFile};
 
-// The process-wide user file is closed however the command ends.
-struct UserFileCloser {
-    ~UserFileCloser() { close_file(); }
-};
-
 }  // namespace
 
 int doPassthru(int argc, char **argv, const Command_Info *entry)
@@ -225,10 +221,7 @@ int doPassthru(int argc, char **argv, const Command_Info *entry)
                 break;
             case kOutputFile:
                 // Both file options share the one user file: the last one wins.
-                errno = 0;
-                toFile = open_file(optarg, "wb") == 0;
-                if (!toFile)
-                    std::fprintf(stderr, "cannot open %s: %s\n", optarg, std::strerror(errno != 0 ? errno : EINVAL));
+                toFile = openUserFile(fileOptionName(optarg), "wb");
                 break;
             case kInputFile:
                 // Never read: write requests are refused.

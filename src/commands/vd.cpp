@@ -11,6 +11,7 @@
 #include "api/krt_api.h"
 #include "commands/commands.h"
 #include "commands/info.h"
+#include "commands/request_words.h"
 #include "util/state.h"
 #include "util/text.h"
 
@@ -280,12 +281,7 @@ int doSVD(int argc, char **argv, const Command_Info *entry)
             return std::fprintf(stream, "Error action!\n");
     }
 
-    if (dbg_enable) {
-        std::fprintf(stream, "CDW[0] : 0x%08x\n", cmd.CDW[0]);
-        std::fprintf(stream, "CDW[12]: 0x%08x\n", cmd.CDW[12]);
-        std::fprintf(stream, "CDW[13]: 0x%08x\n", cmd.CDW[13]);
-        std::fprintf(stream, "CDW[14]: 0x%08x\n", cmd.CDW[14]);
-    }
+    printRequestWords(cmd, {0, 12, 13, 14});
 
     const KRT_U32 status = KRT_Adapter_PassthruAdmin(gCurrentAdapter, &cmd, nullptr, 0, nullptr, 0);
     std::fputs(status == 0 ? CmdSuccess : CmdFailed, stream);
