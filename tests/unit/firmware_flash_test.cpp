@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <string>
@@ -72,8 +73,8 @@ TEST(FirmwareDownload, FiveThousandBytesGoOutAsTwoWholeSegments)
     EXPECT_EQ(device.segments[1].cdws, (std::vector<KRT_U32>{1023, 1024})) << "dword offset";
     EXPECT_EQ(device.segments[0].data, std::vector<KRT_U8>(image.begin(), image.begin() + 4096));
     // The last 904 bytes of the file, then what the first segment left behind.
-    std::vector<KRT_U8> second(image.begin() + 4096, image.end());
-    second.insert(second.end(), image.begin() + 904, image.begin() + 4096);
+    std::vector<KRT_U8> second(image.begin(), image.begin() + 4096);
+    std::copy(image.begin() + 4096, image.end(), second.begin());
     EXPECT_EQ(device.segments[1].data, second);
     // 4096 * 98 / 5000 + 1, then 8192 * 98 / 5000 + 1: past 100, kept as is.
     EXPECT_EQ(device.segments[1].percentage, 81);
