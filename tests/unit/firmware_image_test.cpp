@@ -37,7 +37,6 @@ TEST(FirmwareImage, ChecksumIsTheWrappingSumOfLittleEndianWords)
 {
     EXPECT_EQ(checksumResult(nullptr, 0), 0u) << "no words: nothing to object to";
     EXPECT_EQ(checksumResult(words({}, 5000).data(), 5000), 1u) << "not whole blocks";
-    EXPECT_EQ(checksumResult(words({}, 4).data(), 4), 1u);
     EXPECT_EQ(checksumResult(words({}, 8192).data(), 8192), 0u);
     // 0xFFFFFFFF + 1 wraps to 0: a good image.
     EXPECT_EQ(checksumResult(words({0xFFFFFFFF, 1}, 4096).data(), 4096), 0u);
