@@ -13,6 +13,7 @@
 #include <new>
 #include <string>
 
+#include "util/file_io.h"
 #include "util/text.h"
 
 namespace {
@@ -87,7 +88,8 @@ int _KRTFileBuffer::open_for_read(const char *name, KRT_U32 step)
     // is of no further use.
     if (m_file >= 0)
         ::close(m_file);
-    m_file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    // Without waiting: a fifo is refused below, not read from.
+    m_file = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (m_file < 0)
         return 1;
     if (!isRegularFile(m_file)) {
@@ -163,7 +165,7 @@ int open_file_for_flash(const char *name)
     char path[kNameSize + 2] = {};
     if (noQuoteStrncpy(path, name, std::min(std::strlen(name), kNameSize - 1)) != 0)
         return 1;
-    gFlashFile = std::fopen(path, "rb");
+    gFlashFile = openNoWait(path, "rb");
     if (gFlashFile == nullptr)
         return 1;
     // A directory opens for reading too, and claims a size it does not have.

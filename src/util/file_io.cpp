@@ -1,5 +1,8 @@
 #include "util/file_io.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -15,6 +18,26 @@ std::FILE *gFile = nullptr;
 
 }  // namespace
 
+std::FILE *openNoWait(const char *path, const char *mode)
+{
+    int flags = O_RDONLY;
+    if (mode[0] == 'w')
+        flags = O_WRONLY | O_CREAT | O_TRUNC;
+    else if (mode[0] == 'a')
+        flags = O_WRONLY | O_CREAT | O_APPEND;
+    const int fd = ::open(path, flags | O_NONBLOCK | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return nullptr;
+    // Once open, reads and writes wait as usual.
+    const int status = ::fcntl(fd, F_GETFL);
+    if (status >= 0)
+        ::fcntl(fd, F_SETFL, status & ~O_NONBLOCK);
+    std::FILE *file = ::fdopen(fd, mode);
+    if (file == nullptr)
+        ::close(fd);
+    return file;
+}
+
 int open_file(const char *name, const char *mode)
 {
     close_file();
@@ -23,7 +46,7 @@ int open_file(const char *name, const char *mode)
     char path[kNameSize + 2] = {};
     if (noQuoteStrncpy(path, name, std::min(std::strlen(name), kNameSize - 1)) != 0)
         return 1;
-    gFile = std::fopen(path, mode);
+    gFile = openNoWait(path, mode);
     return gFile == nullptr ? 1 : 0;
 }
 

@@ -4,6 +4,12 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
+
+// fopen that does not wait: a fifo nobody writes to reads as empty, and one
+// nobody reads from fails with ENXIO, instead of holding the command until a
+// peer turns up. Modes "r", "w" and "a", each with an optional "b".
+std::FILE *openNoWait(const char *path, const char *mode);
 
 // Opens the named file (enclosing double quotes removed) with an fopen mode,
 // closing any file still open first. 0 on success, 1 on failure.

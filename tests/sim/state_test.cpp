@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "core/store.h"
 #include "sim_client.h"
 #include "text.h"
 
@@ -95,4 +96,27 @@ TEST(SimClock, ActivitiesAdvanceOnlyWithTheClock)
 
     EXPECT_EQ(m.run("clock run").status, 0);
     EXPECT_TRUE(krt_test::has(m.run("show").out, "clock: running"));
+}
+
+TEST(SimState, FileCutShortByAnotherProcessIsRebuiltUnderTheLock)
+{
+    LibMachine m("multi");
+    const std::string &path = m.machine().statePath();
+    std::string error;
+    auto file = krtsim::StateFile::open(path, &error);
+    ASSERT_NE(file, nullptr) << error;
+    // Cut behind the simulator's back, after the file was mapped: the
+    // mapping past the new end would raise SIGBUS.
+    ASSERT_EQ(truncate(path.c_str(), 4096), 0);
+    {
+        krtsim::StateFile::Lock lock(*file);
+        const krtsim::SimState &state = file->state();
+        EXPECT_TRUE(krtsim::validImage(state));
+        EXPECT_EQ(state.adapterCount, 1u) << "rebuilt from raid";
+        const auto *bytes = reinterpret_cast<const volatile char *>(&state);
+        EXPECT_EQ(bytes[sizeof state - 1], 0) << "the far end of the state is readable";
+    }
+    nvme_adapter_list list;
+    ASSERT_EQ(m.list(list), 0);
+    EXPECT_EQ(list.count, 1u);
 }

@@ -127,6 +127,8 @@ RunResult runProcess(const std::vector<std::string> &argv, const RunOptions &opt
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    result.timedOut = killed;
     return result;
 }
 

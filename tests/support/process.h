@@ -9,7 +9,9 @@
 namespace krt_test {
 
 struct RunResult {
-    int status = -1;  // exit status, or 128 + signal number
+    int status = -1;        // exit status, or 128 + signal number
+    int signal = 0;         // the signal that ended the child, 0 when it exited
+    bool timedOut = false;  // killed because it outlived timeoutSeconds
     std::string out;
     std::string err;
 };
