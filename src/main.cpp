@@ -12,6 +12,7 @@
 #include "api/krt_api.h"
 #include "line_editor.h"
 #include "shell/shell.h"
+#include "util/file_io.h"
 #include "util/state.h"
 #include "util/text.h"
 
@@ -19,16 +20,29 @@ namespace {
 
 constexpr std::size_t kLineSize = 2048;
 
+// The name the output stream was opened under, for the one report of a
+// write that failed; empty while it is standard output.
+std::string gOutputName;
+
 // Common end of a run that got as far as the registry: release what start-up
-// opened.
-void finish()
+// opened. Output that could not be written (a full disk, a closed pipe) is
+// reported once, and a run whose output was lost does not end as a success.
+bool finish()
 {
     KRT_Final();
     std::free(g_pAdInfos);
     g_pAdInfos = nullptr;
+    bool written = std::fflush(stream) == 0 && std::ferror(stream) == 0;
+    const int error = errno;
     if (stream != nullptr && stream != stdout)
-        std::fclose(stream);
+        written = std::fclose(stream) == 0 && written;
     stream = stdout;
+    if (!written) {
+        std::fprintf(stderr, "krt_cli: cannot write %s (%s); output is lost.\n",
+                     gOutputName.empty() ? "standard output" : ("output file '" + gOutputName + "'").c_str(),
+                     std::strerror(error));
+    }
+    return written;
 }
 
 // A null line from the editor at a terminal is Ctrl-D and only shows the
@@ -93,7 +107,8 @@ int runShell()
             break;
     }
     closeLineEditor();
-    finish();
+    if (!finish() && status == 0)
+        status = 1;
     return status;
 }
 
@@ -131,9 +146,11 @@ int main(int argc, char **argv)
         for (int i = 1; i <= argc - 2; ++i) {
             if (strcasecmp(argv[i], "-output") != 0)
                 continue;
-            FILE *file = std::fopen(argv[i + 1], "ab");
+            // Without waiting: a fifo nobody reads from is refused, not waited on.
+            FILE *file = openNoWait(argv[i + 1], "ab");
             if (file != nullptr) {
                 stream = file;
+                gOutputName = argv[i + 1];
             } else {
                 std::fprintf(stderr, "krt_cli: cannot open output file '%s' (%s); writing to standard output.\n",
                              argv[i + 1], std::strerror(errno));
@@ -201,6 +218,7 @@ int main(int argc, char **argv)
         }
     }
     const int result = cmdDispatcher(count, words);
-    finish();
+    if (!finish() && result == 0)
+        return 1;
     return exitStatus(result);
 }

@@ -69,7 +69,12 @@ std::size_t read_file(void *buffer, std::size_t n)
 
 std::size_t write_file(const void *buffer, std::size_t n)
 {
-    return gFile == nullptr ? 0 : std::fwrite(buffer, 1, n, gFile);
+    if (gFile == nullptr)
+        return 0;
+    // Flushed at once, so that a full disk is seen by the write that hit it
+    // and not lost in a close nobody checks.
+    const std::size_t written = std::fwrite(buffer, 1, n, gFile);
+    return std::fflush(gFile) == 0 ? written : 0;
 }
 
 void close_file()

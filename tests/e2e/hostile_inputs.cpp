@@ -60,19 +60,43 @@ TEST(HostileInputs, FifosAndFoldersInPlaceOfFiles)
             EXPECT_TRUE(has(r.out, "failed to open file") || has(r.out, "Invalid firmware image")) << r.out;
         }
         expectEndsCleanly(machine.cli({"spi", "-t", "write", "--inputfile", name}, quick()), "spi write " + name);
+        // The output stream falls back to standard output.
+        RunResult r = machine.cli({"info", "-o", "hba", "-output", name}, quick());
+        expectEndsCleanly(r, "-output " + name);
+        EXPECT_TRUE(has(r.err, "cannot open output file")) << r.err;
+        EXPECT_TRUE(has(r.out, "Controller")) << r.out;
     }
 }
 
-TEST(HostileInputs, OutputToAFullDisk)
+TEST(HostileInputs, OutputToAFullDiskIsReportedOnce)
 {
     SimMachine machine("raid");
+    auto countOf = [](const std::string &text, const std::string &what) {
+        int n = 0;
+        for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += what.size())
+            ++n;
+        return n;
+    };
+    // The output stream: whatever the command did, its lost output makes the
+    // run fail.
     for (const std::vector<std::string> &words : std::vector<std::vector<std::string>>{
              {"info", "-o", "pd", "-output", "/dev/full"},
              {"event", "-c", "0", "-output", "/dev/full"},
+         }) {
+        RunResult r = machine.cli(words, quick());
+        expectEndsCleanly(r, words[0] + " to /dev/full");
+        EXPECT_EQ(countOf(r.err, "No space left on device"), 1) << r.err;
+        EXPECT_EQ(r.status, 1);
+    }
+    // A command's own file.
+    for (const std::vector<std::string> &words : std::vector<std::vector<std::string>>{
              {"log", "-a", "show", "--outputfile", "/dev/full"},
              {"spi", "-t", "read", "--outputfile", "/dev/full"},
-         })
-        expectEndsCleanly(machine.cli(words, quick()), words[0] + " to /dev/full");
+         }) {
+        RunResult r = machine.cli(words, quick());
+        expectEndsCleanly(r, words[0] + " to /dev/full");
+        EXPECT_EQ(countOf(r.err, "No space left on device"), 1) << r.err;
+    }
 }
 
 TEST(HostileInputs, FirmwareImageChangingSizeWhileRead)
