@@ -7,12 +7,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "api/krt_api.h"
 #include "line_editor.h"
 #include "shell/shell.h"
 #include "util/file_io.h"
+#include "util/json_output.h"
 #include "util/state.h"
 #include "util/text.h"
 
@@ -23,6 +26,17 @@ constexpr std::size_t kLineSize = 2048;
 // The name the output stream was opened under, for the one report of a
 // write that failed; empty while it is standard output.
 std::string gOutputName;
+
+// The program's words as typed, for the JSON documents.
+std::vector<std::string> gTypedWords;
+bool gShellRan = false;
+
+void reportLostOutput(int error)
+{
+    std::fprintf(stderr, "krt_cli: cannot write %s (%s); output is lost.\n",
+                 gOutputName.empty() ? "standard output" : ("output file '" + gOutputName + "'").c_str(),
+                 std::strerror(error));
+}
 
 // Common end of a run that got as far as the registry: release what start-up
 // opened. Output that could not be written (a full disk, a closed pipe) is
@@ -37,12 +51,27 @@ bool finish()
     if (stream != nullptr && stream != stdout)
         written = std::fclose(stream) == 0 && written;
     stream = stdout;
-    if (!written) {
-        std::fprintf(stderr, "krt_cli: cannot write %s (%s); output is lost.\n",
-                     gOutputName.empty() ? "standard output" : ("output file '" + gOutputName + "'").c_str(),
-                     std::strerror(error));
-    }
+    if (!written)
+        reportLostOutput(error);
     return written;
+}
+
+// The controller a JSON document names: the addressed one, when there is one.
+std::optional<json_output::ControllerRef> addressedController()
+{
+    if (gCurrentAdapter >= gNumAdaptersFound)
+        return std::nullopt;
+    return json_output::ControllerRef{gCurrentAdapter, gCurrentAdapter + (g_oneBaseMode == 1 ? 1 : 0)};
+}
+
+// One JSON document for what has been printed since the last one. Its exit
+// status is the one the system keeps.
+bool writeJsonDocument(const std::vector<std::string> &words, int status)
+{
+    if (json_output::writeDocument(words, status & 0xFF, addressedController()))
+        return true;
+    reportLostOutput(errno);
+    return false;
 }
 
 // A null line from the editor at a terminal is Ctrl-D and only shows the
@@ -67,6 +96,12 @@ int runShell()
 {
     std::fprintf(stream, "CLI Version: %s\n", CLI_VERSION);
     std::fprintf(stream, "Welcome to NVMe Command Line Interface.\n\n");
+    // With --json the start-up lines are a document of their own, and every
+    // line typed after them gives one more (JSON Lines).
+    const bool json = json_output::active();
+    gShellRan = true;
+    if (json)
+        writeJsonDocument(gTypedWords, 0);
     if (gNumAdaptersFound == 0)
         return 0;
 
@@ -91,19 +126,31 @@ int runShell()
             std::fprintf(stderr, "krt_cli: input line of %d characters is too long (at most %zu allowed).\n", length,
                          sizeof buffer - 1);
             status = 1;
+            if (json)
+                writeJsonDocument({}, 1);
             break;
         }
 
         int count = 0;
         if (parse(&count, words, kMaxWords, buffer) == 0) {
             std::fputs("Invalid quoted string.\n", stream);
+            if (json)
+                writeJsonDocument({}, 1);
             continue;
         }
+        const std::vector<std::string> typed(words, words + count);
+        if (json)
+            count = json_output::takeJsonWords(count, words);
         if (count == 0) {
             std::fputs("Type 'exit' to exit CLI.\n", stream);
+            if (json)
+                writeJsonDocument(typed, 0);
             continue;
         }
-        if (cmdDispatcher(count, words) == -1)
+        const int result = cmdDispatcher(count, words);
+        if (json)
+            writeJsonDocument(typed, result == -1 ? 0 : exitStatus(result));
+        if (result == -1)
             break;
     }
     closeLineEditor();
@@ -112,9 +159,8 @@ int runShell()
     return status;
 }
 
-}  // namespace
-
-int main(int argc, char **argv)
+// The whole run of the program's words: start-up, then the shell or one command.
+int run(int argc, char **argv)
 {
     KRT_U16 *vidFilter = KRT_Adapter_GetDeviceVID();
     *vidFilter = 0;
@@ -148,7 +194,12 @@ int main(int argc, char **argv)
                 continue;
             // Without waiting: a fifo nobody reads from is refused, not waited on.
             FILE *file = openNoWait(argv[i + 1], "ab");
-            if (file != nullptr) {
+            if (file != nullptr && json_output::active()) {
+                // The command's lines become the document's messages; the
+                // document is what the file receives.
+                json_output::setDestination(file);
+                gOutputName = argv[i + 1];
+            } else if (file != nullptr) {
                 stream = file;
                 gOutputName = argv[i + 1];
             } else {
@@ -221,4 +272,25 @@ int main(int argc, char **argv)
     if (!finish() && result == 0)
         return 1;
     return exitStatus(result);
+}
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    gTypedWords.assign(argv + 1, argv + argc);
+    argc = 1 + json_output::takeJsonWords(argc - 1, argv + 1);
+    if (!json_output::active())
+        return run(argc, argv);
+
+    // Exactly one document on the output stream: the command's own lines are
+    // taken in and become its messages.
+    json_output::startCapture();
+    int status = run(argc, argv);
+    // The shell has written its own documents, one per line.
+    if (!gShellRan && !writeJsonDocument(gTypedWords, status) && status == 0)
+        status = 1;
+    if (!json_output::closeDestination() && status == 0)
+        status = 1;
+    return status;
 }

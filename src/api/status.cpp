@@ -2,8 +2,10 @@
 #include "api/status.h"
 
 #include <cstdio>
+#include <string>
 
 #include "api/krt_api.h"
+#include "util/json_output.h"
 
 namespace {
 
@@ -165,5 +167,10 @@ void _showStatusCode(KRT_U32 status)
 {
     if (status == 0)
         return;
-    std::printf("%s (Status Code: 0x%x)\n", statusMessage(status), status);
+    char code[16];
+    std::snprintf(code, sizeof code, "0x%x", status);
+    const std::string line = std::string(statusMessage(status)) + " (Status Code: " + code + ")";
+    std::printf("%s\n", line.c_str());
+    if (json_output::active())
+        json_output::noteStatus(status, line);
 }

@@ -196,8 +196,10 @@ const char *rateText(KRT_U8 rate)
 void Adapter_PrintConfig(const _NVME_Adapter_Config &config)
 {
     const FieldWriter out(stream, kConfigLabelWidth);
+    out.beginRecord("settings");
     out.str("Auto Rebuild:", config.AutoRebuildOn == 1 ? "on" : "off");
     out.str("BGA Rate:", rateText(config.BGARate));
+    out.endRecord();
     std::fputs("\n", stream);
 }
 

@@ -413,7 +413,10 @@ int doInverse(int argc, char **argv, const Command_Info *entry)
     std::memset(reply.get(), kNoAnswer, KRT_BUFFER_SIZE);
     const KRT_U32 status =
         sendControl(krt_cdw12(KRT_CLASS_ADAPTER, kGetInverseSubOpcode, 0), false, 0, reply.get(), KRT_BUFFER_SIZE);
-    FieldWriter(stream, kInverseLabelWidth).str("GPIO 8,9,10,11 Inverse Status:", inverseText(reply[0]));
+    const FieldWriter out(stream, kInverseLabelWidth);
+    out.beginRecord("gpio_inverse");
+    out.str("GPIO 8,9,10,11 Inverse Status:", inverseText(reply[0]));
+    out.endRecord();
     if (status == 0) {
         std::fputs("Get Inverse Status success.\n", stream);
     } else {

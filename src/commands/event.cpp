@@ -225,9 +225,11 @@ std::string _showTime(unsigned long seconds)
 void _showEvt(const _NVME_SA_Evt_Item &item)
 {
     const FieldWriter out(stream, 0);
+    out.beginRecord("event");
     out.joined("Seq:", item.seq);
     out.joined("Time:", _showTime(item.time).c_str());
     out.joined("Message:", item.msg);
+    out.endRecord();
 }
 
 int getPageEventSA(int count)

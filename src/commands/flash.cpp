@@ -16,6 +16,7 @@
 #include "api/krt_api.h"
 #include "commands/commands.h"
 #include "firmware/image.h"
+#include "util/fields.h"
 #include "util/file_io.h"
 #include "util/state.h"
 #include "util/text.h"
@@ -567,7 +568,10 @@ void showSlotInfo(KRT_U16 adapter, int type, KRT_U16 pdId)
         std::fputs("Get Firmware Slot Count Fail", stdout);
         return;
     }
-    std::printf("Slot count: %d\n", (identify[kFirmwareUpdatesByte] >> 1) & 7);
+    // Said on the terminal even when the output goes to a file.
+    const FieldWriter out(stdout, 0);
+    out.beginRecord("firmware_slots");
+    out.num("Slot count:", (identify[kFirmwareUpdatesByte] >> 1) & 7);
 
     if (type == 0) {
         slotStatus = KRT_Adapter_Admin(adapter, kOpcodeGetLogPage, 0xFFFFFFFF, &kFirmwareSlotLog, 1, nullptr, 0,
@@ -579,8 +583,10 @@ void showSlotInfo(KRT_U16 adapter, int type, KRT_U16 pdId)
         slotStatus = KRT_Adapter_PassthruAdmin(adapter, &cmd, nullptr, 0, slots.data(), kSlotLogSize);
     }
     if (failed(slotStatus)) {
+        out.endRecord();
         std::fputs("Get Firmware Slot Information Fail", stdout);
         return;
     }
-    std::printf("Active Slot: %d, Next Active Slot: %d\n", slots[0] & 7, (slots[0] >> 4) & 7);
+    out.numPair("Active Slot:", slots[0] & 7, "Next Active Slot:", (slots[0] >> 4) & 7);
+    out.endRecord();
 }

@@ -92,6 +92,7 @@ void _showIDDetail(const _krt_id_ctrl &id)
 {
     std::fputs("\nNVME identify Information :\n\n", stream);
     const FieldWriter out(stream, kControllerLabelWidth);
+    out.beginRecord("identify_controller");
     out.hex("VID:", id.vid);
     out.hex("SSVID:", id.ssvid);
     out.str("SN:", idText(id.sn));
@@ -130,12 +131,14 @@ void _showIDDetail(const _krt_id_ctrl &id)
     out.hex("ACWU:", id.acwu);
     out.hex("SQLS:", id.sgls);
     out.str("SUBNQN:", subnqnLine(id));
+    out.endRecord();
     std::fputc('\n', stream);
 }
 
 void _showNSDetail(const _krt_id_ns &ns)
 {
     const FieldWriter out(stream, kNamespaceLabelWidth);
+    out.beginRecord("identify_namespace");
     out.hex64("NSZE:", ns.nsze);
     out.hex64("NCAP:", ns.ncap);
     out.hex64("NUSE:", ns.nuse);
@@ -159,12 +162,17 @@ void _showNSDetail(const _krt_id_ns &ns)
     }
     // nlbaf counts from 0: a count of 255 wraps and no format is listed.
     const int formats = (ns.nlbaf + 1) % 256;
+    out.beginListing("LBA formats");
     for (int i = 0; i < formats; ++i) {
+        out.beginRecord("lba_format");
         out.num("[LBAF]", i);
         out.hex("  MS:", ns.lbaf[i].ms);
         out.hex("  DS:", ns.lbaf[i].ds);
         out.hex("  RP:", ns.lbaf[i].rp);
+        out.endRecord();
     }
+    out.endListing();
+    out.endRecord();
 }
 
 int doIdentify(int argc, char **argv, const Command_Info *entry)

@@ -197,6 +197,7 @@ void Adapter_PrintInfo(const _NVME_Adapter_Info &info, int index, const AdapterL
     const int base = g_oneBaseMode == 1 ? 1 : 0;
     char text[64];
 
+    out.beginRecord("controller");
     out.num("NVMe Controller ID:", index + base);
     out.str("Bus Device Fun:", orEmpty(lookups.busDevFun(at)));
     out.str("Device:", orEmpty(lookups.devicePath(at)));
@@ -207,8 +208,7 @@ void Adapter_PrintInfo(const _NVME_Adapter_Info &info, int index, const AdapterL
     const std::pair<const char *, KRT_U16> ids[] = {
         {"VID:", info.VID}, {"SVID:", info.SVID}, {"DID:", info.DID}, {"SDID:", info.SDID}};
     for (const auto &[label, value] : ids) {
-        std::snprintf(text, sizeof(text), "0x%x", value);
-        out.str(label, text);
+        out.hex(label, value);
     }
     out.str("RevisionID:", revisionText(info.RevisionID, info.SKUID));
     out.num("Port Count:", info.PortCount);
@@ -231,6 +231,7 @@ void Adapter_PrintInfo(const _NVME_Adapter_Info &info, int index, const AdapterL
     }
     out.str("Supported Features:", featureWords(info.Features));
 
+    out.beginListing("PCIe links");
     for (const NVME_PCIe_Info &link : info.PCIeInfo) {
         if (link.Type == 255) {
             break;
@@ -238,10 +239,14 @@ void Adapter_PrintInfo(const _NVME_Adapter_Info &info, int index, const AdapterL
         if (link.Type != 0 && link.Type != 1) {
             continue;
         }
+        out.beginRecord("pcie_link");
         out.num(link.Type == 0 ? "End Point:" : "Root Complex:", link.Id);
         out.str("  Link width:", linkWidthText(link.LinkWidth));
         out.str("  Max PCIe speed:", linkSpeedText(link.Speed));
+        out.endRecord();
     }
+    out.endListing();
+    out.endRecord();
 }
 
 void getAdapterInfoSA(int id)

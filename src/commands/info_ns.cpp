@@ -61,6 +61,7 @@ void NS_PrintInfo(const _NVME_NS_Info &ns, bool isRaid)
     const FieldWriter out(stream, KRT_NS_LABEL_WIDTH);
     const int base = g_oneBaseMode == 1 ? 1 : 0;
 
+    out.beginRecord("namespace");
     out.num("NS ID:", ns.NSID);
     out.gigabytes("Size:", sizeInGigabytes(ns.SectorSize, ns.LBA));
     out.num(isRaid ? "Parent VD ID:" : "Parent PD ID:", ns.ID + base);
@@ -69,6 +70,7 @@ void NS_PrintInfo(const _NVME_NS_Info &ns, bool isRaid)
     if (isRaid) {
         out.str("VD status:", VDStatusOfNS(ns.VDStatus));
     }
+    out.endRecord();
     std::fputs("\n", stream);
 }
 

@@ -26,6 +26,7 @@ void HD_PrintInfo(const _NVME_PD_Info &pd, bool isJBOF)
     const int base = g_oneBaseMode == 1 ? 1 : 0;
     char text[32];
 
+    out.beginRecord("physical_disk");
     out.num("PD ID:", pd.ID + base);
     out.str("Model:", boundedTextNoLeadingBlanks(pd.Model, sizeof(pd.Model)));
     out.str("Serial:", boundedTextNoLeadingBlanks(pd.SerialNo, sizeof(pd.SerialNo)));
@@ -42,6 +43,7 @@ void HD_PrintInfo(const _NVME_PD_Info &pd, bool isJBOF)
         out.yesNo("Importable:", pd.Status & KRT_PD_IMPORTABLE);
     }
     out.yesNo("SMART Critical Warning:", pd.Status & KRT_PD_SMART_CRITICAL);
+    out.endRecord();
 }
 
 int getOneHDInfoSA(KRT_U16 id, bool isJBOF)

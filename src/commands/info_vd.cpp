@@ -78,6 +78,7 @@ void LD_PrintInfo(const _NVME_VD_Info &vd)
     const int base = g_oneBaseMode == 1 ? 1 : 0;
     char text[32];
 
+    out.beginRecord("virtual_disk");
     out.num("VD ID:", vd.ID + base);
     out.str("Name:", boundedText(vd.Name, sizeof(vd.Name)));
     out.str("Status:", VDStatusStr(vd.Status));
@@ -95,6 +96,7 @@ void LD_PrintInfo(const _NVME_VD_Info &vd)
         std::snprintf(text, sizeof(text), "%d bytes", static_cast<int>(vd.SectorSize));
         out.str("Sector Size:", text);
     }
+    out.endRecord();
 }
 
 void VD_PrintBGAStatus(const _NVME_BGA_STATUS &bga)
@@ -107,7 +109,10 @@ void VD_PrintBGAStatus(const _NVME_BGA_STATUS &bga)
     } else {
         return;
     }
-    FieldWriter(stream, KRT_VD_LABEL_WIDTH).str("BGA progress:", text);
+    const FieldWriter out(stream, KRT_VD_LABEL_WIDTH);
+    out.beginRecord("background_activity");
+    out.str("BGA progress:", text);
+    out.endRecord();
 }
 
 int getOneLDInfoSA(KRT_U16 id)

@@ -26,6 +26,7 @@ void printSmartLog(const _krt_smart_log &log, int controllerOnly, bool calculato
         "Notice: Please refer to NVMe Specific v1.3, Get Log Page - SMART / Health Information Log definition\n\n",
         stream);
     const FieldWriter out(stream, kSmartLabelWidth, kSmartSeparator);
+    out.beginRecord("smart_log");
     out.hex("Critical Warning", log.critical_warning, 2);
     const int kelvin = log.temperature;
     if (!calculator && kelvin == 0) {
@@ -63,6 +64,7 @@ void printSmartLog(const _krt_smart_log &log, int controllerOnly, bool calculato
         out.num("Total Time For Thermal Management Temperature 1", static_cast<std::int32_t>(log.ttftmt1));
         out.num("Total Time For Thermal Management Temperature 2", static_cast<std::int32_t>(log.ttftmt2));
     }
+    out.endRecord();
     std::fputc('\n', stream);
 }
 

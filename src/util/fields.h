@@ -1,5 +1,6 @@
 // Labelled-field writer: every record printer writes its lines through it, one
 // call per field, so the label column and the value formats live in one place.
+// With --json the same calls build the records of the JSON document instead.
 #pragma once
 
 #include <cstddef>
@@ -22,6 +23,8 @@ class FieldWriter {
     void num(const char *label, long value) const;
     // The same followed by a unit written as it stands ("%", " Celsius").
     void num(const char *label, long value, const char *unit) const;
+    // Two numbers on one line: "<label> <value>, <label2> <value2>".
+    void numPair(const char *label, long value, const char *secondLabel, long secondValue) const;
     // An unsigned 64-bit decimal number.
     void num64(const char *label, KRT_U64 value) const;
     // "0x" and hexadecimal digits, at least `digits` of them.
@@ -40,6 +43,14 @@ class FieldWriter {
     void yesNo(const char *label, bool value) const;
     // "<label><value>": the label carries its own separator and is not padded.
     void joined(const char *label, const char *value) const;
+
+    // Record boundaries. The text shows none of them; the JSON output (see
+    // util/json_output.h) makes each record one object of kind `kind`, and a
+    // listing inside a record an array under the key of `label`.
+    void beginRecord(const char *kind) const;
+    void endRecord() const;
+    void beginListing(const char *label) const;
+    void endListing() const;
 
     int width() const { return width_; }
 
