@@ -21,11 +21,11 @@ using nlohmann::json;
 
 // docs/json.md: per record kind, each key's value kind and whether it may be
 // missing. The document is the one source of the keys.
-struct KeySpec {
+struct KeyRule {
     std::string kind;  // number, string, boolean, or "array of `<record kind>`"
     bool optional;
 };
-using Schema = std::map<std::string, std::map<std::string, KeySpec>>;
+using Schema = std::map<std::string, std::map<std::string, KeyRule>>;
 
 std::string between(const std::string &text, char mark)
 {
@@ -72,13 +72,13 @@ void checkRecord(const json &record, const std::string &where, std::set<std::str
     ASSERT_TRUE(record.contains("record") && record["record"].is_string()) << where;
     const std::string kind = record["record"];
     seen.insert(kind);
-    const auto spec = schema().find(kind);
-    ASSERT_NE(spec, schema().end()) << where << ": kind " << kind << " is not documented";
+    const auto documentedKind = schema().find(kind);
+    ASSERT_NE(documentedKind, schema().end()) << where << ": kind " << kind << " is not documented";
     for (const auto &[key, value] : record.items()) {
         if (key == "record")
             continue;
-        const auto documented = spec->second.find(key);
-        if (documented == spec->second.end()) {
+        const auto documented = documentedKind->second.find(key);
+        if (documented == documentedKind->second.end()) {
             ADD_FAILURE() << where << ": " << kind << "." << key << " is not documented";
             continue;
         }
@@ -97,8 +97,8 @@ void checkRecord(const json &record, const std::string &where, std::set<std::str
             }
         }
     }
-    for (const auto &[key, keySpec] : spec->second) {
-        if (!keySpec.optional) {
+    for (const auto &[key, keyRule] : documentedKind->second) {
+        if (!keyRule.optional) {
             EXPECT_TRUE(record.contains(key)) << where << ": " << kind << " lacks " << key;
         }
     }
