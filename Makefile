@@ -5,11 +5,13 @@
 #   make test SANITIZE=1   the same suite under AddressSanitizer + UBSan (build-asan/)
 #   make test RELEASE=1    the same suite in the Release configuration packagers use (build-release/)
 #   make bench      benchmarks
+#   make fuzz       every libFuzzer target for FUZZ_SECONDS each (clang, build-fuzz/)
 #   make format     clang-format the tree
 
 SANITIZE ?= 0
 RELEASE ?= 0
 JOBS ?= $(shell nproc)
+FUZZ_SECONDS ?= 60
 ifeq ($(SANITIZE),1)
 BUILD ?= build-asan
 CMAKE_FLAGS += -DKRT_SANITIZE=ON
@@ -20,7 +22,7 @@ else
 BUILD ?= build
 endif
 
-.PHONY: all deps configure build run test bench format clean
+.PHONY: all deps configure build run test bench fuzz format clean
 
 all: build
 
@@ -44,8 +46,19 @@ test: build
 bench: build
 	$(BUILD)/bench/krt_bench
 
+# The fuzz targets build apart from the rest, with clang and the fuzzer's
+# instrumentation; a fault found fails the run.
+build-fuzz/CMakeCache.txt:
+	CC=clang CXX=clang++ cmake -S . -B build-fuzz -DKRT_FUZZ=ON
+
+fuzz:
+	@scripts/install-deps.sh fuzz
+	$(MAKE) build-fuzz/CMakeCache.txt
+	cmake --build build-fuzz -j $(JOBS) --target fuzzers
+	tests/fuzz/run.sh build-fuzz $(FUZZ_SECONDS)
+
 format:
 	git ls-files '*.cpp' '*.h' '*.h.in' | grep -v '\.in$$' | xargs clang-format -i
 
 clean:
-	rm -rf build build-asan build-release
+	rm -rf build build-asan build-release build-fuzz

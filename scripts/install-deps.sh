@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing krt_cli need, when
 # they are missing. Safe to run again: it installs nothing when all are there.
+#   scripts/install-deps.sh        building and testing
+#   scripts/install-deps.sh fuzz   the fuzz targets' compiler (make fuzz)
 set -euo pipefail
 
 packages=(
@@ -10,6 +12,11 @@ packages=(
   libbenchmark-dev                                # bench/
   nlohmann-json3-dev                              # simulator fixtures
 )
+# "install-deps.sh fuzz": the fuzz targets' compiler as well, clang with its
+# libFuzzer runtime (libclang_rt.fuzzer); only `make fuzz` asks for them.
+if [ "${1:-}" = fuzz ]; then
+  packages+=(clang libclang-rt-dev)
+fi
 
 missing=()
 for p in "${packages[@]}"; do
