@@ -5,6 +5,9 @@
 #   make test SANITIZE=1   the same suite under AddressSanitizer + UBSan (build-asan/)
 #   make test RELEASE=1    the same suite in the Release configuration packagers use (build-release/)
 #   make bench      benchmarks
+#   make install    install krt_cli, its manual page and completion, and the simulator
+#                   (PREFIX=/usr/local, DESTDIR= as usual)
+#   make package    Debian packages krt-cli and krt-cli-sim, and the ESXi tarball (in $(BUILD)/packages)
 #   make format     clang-format the tree
 
 SANITIZE ?= 0
@@ -20,12 +23,15 @@ else
 BUILD ?= build
 endif
 
-.PHONY: all deps configure build run test bench format clean
+.PHONY: all deps deps-package configure build run test bench format clean install package
 
 all: build
 
 deps:
 	@scripts/install-deps.sh
+
+deps-package:
+	@scripts/install-deps.sh package
 
 $(BUILD)/CMakeCache.txt:
 	cmake -S . -B $(BUILD) $(CMAKE_FLAGS)
@@ -38,8 +44,14 @@ build: configure
 run: build
 	$(BUILD)/sim/krtsim exec -- $(BUILD)/krt_cli
 
-test: build
+test: deps-package build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 300
+
+install: build
+	DESTDIR="$(DESTDIR)" cmake --install $(BUILD) $(if $(PREFIX),--prefix "$(PREFIX)")
+
+package: deps-package build
+	cd $(BUILD) && cpack
 
 bench: build
 	$(BUILD)/bench/krt_bench

@@ -3,6 +3,8 @@
 # they are missing. Safe to run again: it installs nothing when all are there.
 set -euo pipefail
 
+# `scripts/install-deps.sh package` adds what `make test` and `make package`
+# need to build and check the manual page and the Debian packages.
 packages=(
   build-essential cmake pkg-config
   libedit-dev libbsd-dev libmd-dev libncurses-dev  # line editing, linked statically
@@ -10,6 +12,9 @@ packages=(
   libbenchmark-dev                                # bench/
   nlohmann-json3-dev                              # simulator fixtures
 )
+if [ "${1:-}" = package ]; then
+  packages+=(dpkg-dev groff-base man-db lintian)
+fi
 
 missing=()
 for p in "${packages[@]}"; do
