@@ -6,6 +6,9 @@
 #   make test RELEASE=1    the same suite in the Release configuration packagers use (build-release/)
 #   make bench      benchmarks
 #   make fuzz       every libFuzzer target for FUZZ_SECONDS each (clang, build-fuzz/)
+#   make install    install krt_cli, its manual page and completion, and the simulator
+#                   (PREFIX=/usr/local, DESTDIR= as usual)
+#   make package    Debian packages krt-cli and krt-cli-sim, and the ESXi tarball (in $(BUILD)/packages)
 #   make format     clang-format the tree
 
 SANITIZE ?= 0
@@ -22,12 +25,15 @@ else
 BUILD ?= build
 endif
 
-.PHONY: all deps configure build run test bench fuzz format clean
+.PHONY: all deps deps-package configure build run test bench fuzz format clean install package
 
 all: build
 
 deps:
 	@scripts/install-deps.sh
+
+deps-package:
+	@scripts/install-deps.sh package
 
 $(BUILD)/CMakeCache.txt:
 	cmake -S . -B $(BUILD) $(CMAKE_FLAGS)
@@ -40,8 +46,14 @@ build: configure
 run: build
 	$(BUILD)/sim/krtsim exec -- $(BUILD)/krt_cli
 
-test: build
+test: deps-package build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 300
+
+install: build
+	DESTDIR="$(DESTDIR)" cmake --install $(BUILD) $(if $(PREFIX),--prefix "$(PREFIX)")
+
+package: deps-package build
+	cd $(BUILD) && cpack
 
 bench: build
 	$(BUILD)/bench/krt_bench

@@ -3,6 +3,9 @@
 # they are missing. Safe to run again: it installs nothing when all are there.
 #   scripts/install-deps.sh        building and testing
 #   scripts/install-deps.sh fuzz   the fuzz targets' compiler (make fuzz)
+#   scripts/install-deps.sh package   what `make test` and `make package` need
+#                                     to build and check the manual page and
+#                                     the Debian packages
 set -euo pipefail
 
 packages=(
@@ -12,11 +15,15 @@ packages=(
   libbenchmark-dev                                # bench/
   nlohmann-json3-dev                              # simulator fixtures
 )
-# "install-deps.sh fuzz": the fuzz targets' compiler as well, clang with its
-# libFuzzer runtime (libclang_rt.fuzzer); only `make fuzz` asks for them.
-if [ "${1:-}" = fuzz ]; then
-  packages+=(clang libclang-rt-dev)
-fi
+# Further sets, only when asked for; several may be named at once.
+for set in "$@"; do
+  case "$set" in
+    # clang with its libFuzzer runtime (libclang_rt.fuzzer)
+    fuzz) packages+=(clang libclang-rt-dev) ;;
+    package) packages+=(dpkg-dev groff-base man-db lintian) ;;
+    *) echo "install-deps: unknown set '$set' (known: fuzz, package)" >&2; exit 2 ;;
+  esac
+done
 
 missing=()
 for p in "${packages[@]}"; do
