@@ -1,7 +1,7 @@
 # Thin wrapper over CMake. `make run` and `make test` do all the set-up.
 #   make            build (installs missing Debian packages first)
 #   make run        krt_cli in shell mode against the simulated RAID controller
-#   make test       the whole suite
+#   make test       the whole suite (also installs the QEMU test's emulator set)
 #   make test SANITIZE=1   the same suite under AddressSanitizer + UBSan (build-asan/)
 #   make test RELEASE=1    the same suite in the Release configuration packagers use (build-release/)
 #   make bench      benchmarks
@@ -39,6 +39,7 @@ run: build
 	$(BUILD)/sim/krtsim exec -- $(BUILD)/krt_cli
 
 test: build
+	@scripts/install-deps.sh qemu || echo "make: the emulator set is not installed; the QEMU test will be skipped."
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 300
 
 bench: build

@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing krt_cli need, when
 # they are missing. Safe to run again: it installs nothing when all are there.
+#   scripts/install-deps.sh        what building and the simulator suites need
+#   scripts/install-deps.sh qemu   also the emulator set of the Linux-host test
+#                                  (tests/qemu): only `make test` asks for it
 set -euo pipefail
 
 packages=(
@@ -10,6 +13,11 @@ packages=(
   libbenchmark-dev                                # bench/
   nlohmann-json3-dev                              # simulator fixtures
 )
+if [ "${1:-}" = qemu ]; then
+  # The guest of tests/qemu: an emulator, a small initramfs and the standard
+  # NVMe tool to compare with. Its kernel is unpacked by the test itself.
+  packages+=(qemu-system-x86 busybox-static cpio nvme-cli)
+fi
 
 missing=()
 for p in "${packages[@]}"; do
