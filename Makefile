@@ -1,7 +1,7 @@
 # Thin wrapper over CMake. `make run` and `make test` do all the set-up.
 #   make            build (installs missing Debian packages first)
 #   make run        krt_cli in shell mode against the simulated RAID controller
-#   make test       the whole suite
+#   make test       the whole suite (also installs the QEMU test's emulator set)
 #   make test SANITIZE=1   the same suite under AddressSanitizer + UBSan (build-asan/)
 #   make test RELEASE=1    the same suite in the Release configuration packagers use (build-release/)
 #   make bench      benchmarks
@@ -25,7 +25,7 @@ else
 BUILD ?= build
 endif
 
-.PHONY: all deps deps-package configure build run test bench fuzz format clean install package
+.PHONY: all deps deps-package deps-test configure build run test bench fuzz format clean install package
 
 all: build
 
@@ -34,6 +34,11 @@ deps:
 
 deps-package:
 	@scripts/install-deps.sh package
+
+# The suite also needs the package tools and, for the Linux-host test, an
+# emulator and a kernel; without the emulator that one test is skipped.
+deps-test: deps-package
+	@scripts/install-deps.sh qemu || echo "make: the emulator set is not installed; the QEMU test will be skipped."
 
 $(BUILD)/CMakeCache.txt:
 	cmake -S . -B $(BUILD) $(CMAKE_FLAGS)
@@ -46,7 +51,7 @@ build: configure
 run: build
 	$(BUILD)/sim/krtsim exec -- $(BUILD)/krt_cli
 
-test: deps-package build
+test: deps-test build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) --timeout 300
 
 install: build

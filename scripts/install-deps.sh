@@ -6,6 +6,8 @@
 #   scripts/install-deps.sh package   what `make test` and `make package` need
 #                                     to build and check the manual page and
 #                                     the Debian packages
+#   scripts/install-deps.sh qemu   the emulator set of the Linux-host test
+#                                  (tests/qemu): only `make test` asks for it
 set -euo pipefail
 
 packages=(
@@ -21,7 +23,10 @@ for set in "$@"; do
     # clang with its libFuzzer runtime (libclang_rt.fuzzer)
     fuzz) packages+=(clang libclang-rt-dev) ;;
     package) packages+=(dpkg-dev groff-base man-db lintian) ;;
-    *) echo "install-deps: unknown set '$set' (known: fuzz, package)" >&2; exit 2 ;;
+    # The guest of tests/qemu: an emulator, a small initramfs and the standard
+    # NVMe tool to compare with. Its kernel is unpacked by the test itself.
+    qemu) packages+=(qemu-system-x86 busybox-static cpio nvme-cli) ;;
+    *) echo "install-deps: unknown set '$set' (known: fuzz, package, qemu)" >&2; exit 2 ;;
   esac
 done
 

@@ -12,7 +12,11 @@ void KRT_Init()
     DeviceManagement *registry = GetDeviceManagementInstance();
     init_log();
     progressbar_management_init();
-    registry->ScanV2();
+    // The platform's management library is the way in on ESXi; without it
+    // the controllers are the NVMe driver's nodes of a Linux host. A host
+    // with neither gets the driver-list scan's own failure message.
+    if (DeviceManagement_hasAdapterList() || registry->Scan() == 0)
+        registry->ScanV2();
     os_vol_scan("/");
 }
 

@@ -1,13 +1,20 @@
 #include "device/device_management.h"
 
+#include <dirent.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
+#include "device/linux_nvme_device.h"
 #include "device/smbios.h"
 #include "krt/admin.h"
 #include "krt/ids.h"
 #include "krt/records.h"
+#include "platform/linux_nvme.h"
 #include "platform/nvme_lib.h"
+#include "platform/vmkmgmt.h"
 #include "util/log.h"
 
 KRT_U16 gVIDFormCLI = 0;
@@ -103,7 +110,91 @@ DeviceManagement::DeviceManagement() : m_smbios_path(SMBIOS_TABLE_PATH)
         slot = CreateDefaultDeviceInstance();
 }
 
-void DeviceManagement::Scan() {}
+void DeviceManagement::admit(Device *nvme, const char *path)
+{
+    add_log("device is not null? %d\n", nvme != nullptr ? 1 : 0);
+    if (nvme == nullptr)
+        return;
+    if (DeviceManagement_identify(nvme) != 1) {
+        nvme->closeHandle();
+        return;
+    }
+    Device *dev = CreatePairCMDDeviceInstance(nvme);
+    if (dev == nullptr) {
+        nvme->closeHandle();
+        return;
+    }
+    m_devs[m_count] = dev;
+    std::snprintf(dev->device_path, sizeof dev->device_path, "%s", path);
+    GetBDFfromSimpleAdapterInfo(nvme, dev->bus_dev_fun);
+    dev->slot_id = get_SMBIOS_slot_ID(dev->bus_dev_fun, m_smbios_path);
+    add_log("_this->m_devs[_this->m_count]->slot_id=%d\n", dev->slot_id);
+    get_identify_subnqn(nvme, dev->subnqn);
+    ++m_count;
+}
+
+namespace {
+
+// A name holding "nvme" followed by digits only: nvme0n1 (a namespace),
+// nvme-fabrics and the like are not controllers.
+bool isControllerNode(const char *name)
+{
+    const char *at = std::strstr(name, "nvme");
+    if (at == nullptr || at[4] == '\0')
+        return false;
+    for (const char *c = at + 4; *c != '\0'; ++c) {
+        if (*c < '0' || *c > '9')
+            return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int DeviceManagement::Scan(const char *dir)
+{
+    DIR *listing = opendir(dir);
+    if (listing == nullptr) {
+        add_log("open dir %s error: %s\n", dir, std::strerror(errno));
+        return 0;
+    }
+    int nodes = 0;
+    while (const dirent *entry = readdir(listing)) {
+        if (!isControllerNode(entry->d_name))
+            continue;
+        ++nodes;
+        if (m_count >= KRT_MAX_DEVICES)
+            break;
+        char path[sizeof Device::device_path];
+        // A path cut short would name another node: such an entry is skipped.
+        const int length = std::snprintf(path, sizeof path, "%s/%s", dir, entry->d_name);
+        if (length < 0 || static_cast<std::size_t>(length) >= sizeof path)
+            continue;
+        const int fd = LinuxNvme_Open(path);
+        if (fd < 0) {
+            if (errno == EACCES) {
+                m_sysDenied = 1;
+            } else {
+                add_log("open file %s error: %s\n", path, std::strerror(errno));
+            }
+            break;
+        }
+        Device *nvme = CreateLinuxNVMEDeviceInstance(fd, path, m_count);
+        admit(nvme, path);
+    }
+    closedir(listing);
+
+    // The registry's order by path: each neighbour pair whose texts differ
+    // is swapped, as the scan has always done. With distinct paths that
+    // turns the directory's listing order around.
+    for (int pass = 0; pass + 1 < m_count; ++pass) {
+        for (int i = 0; i + 1 < m_count - pass; ++i) {
+            if (std::strcmp(m_devs[i]->device_path, m_devs[i + 1]->device_path) != 0)
+                std::swap(m_devs[i], m_devs[i + 1]);
+        }
+    }
+    return nodes;
+}
 
 void DeviceManagement::ScanV2()
 {
@@ -118,25 +209,7 @@ void DeviceManagement::ScanV2()
         if (m_count >= KRT_MAX_DEVICES)
             break;
         Device *nvme = CreateNVMEDeviceInstance(list->adapters[i].name, m_count);
-        add_log("device is not null? %d\n", nvme != nullptr ? 1 : 0);
-        if (nvme == nullptr)
-            continue;
-        if (DeviceManagement_identify(nvme) != 1) {
-            nvme->closeHandle();
-            continue;
-        }
-        Device *dev = CreatePairCMDDeviceInstance(nvme);
-        if (dev == nullptr) {
-            nvme->closeHandle();
-            continue;
-        }
-        m_devs[m_count] = dev;
-        std::snprintf(dev->device_path, sizeof dev->device_path, "%s", list->adapters[i].name);
-        GetBDFfromSimpleAdapterInfo(nvme, dev->bus_dev_fun);
-        dev->slot_id = get_SMBIOS_slot_ID(dev->bus_dev_fun, m_smbios_path);
-        add_log("_this->m_devs[_this->m_count]->slot_id=%d\n", dev->slot_id);
-        get_identify_subnqn(nvme, dev->subnqn);
-        ++m_count;
+        admit(nvme, list->adapters[i].name);
     }
 }
 
@@ -167,6 +240,11 @@ KRT_U8 DeviceManagement::getOneBaseMode()
 {
     m_one_base_mode = 0;
     return 0;
+}
+
+bool DeviceManagement_hasAdapterList()
+{
+    return vmkmgmt_entry_points() != nullptr;
 }
 
 DeviceManagement *GetDeviceManagementInstance()

@@ -6,6 +6,8 @@
 #include "krt/types.h"
 
 constexpr int KRT_MAX_DEVICES = 1088;
+// Where a Linux host's NVMe driver puts the controllers' nodes.
+constexpr const char *KRT_DEVICE_DIR = "/dev";
 
 class DeviceManagement {
   public:
@@ -14,9 +16,12 @@ class DeviceManagement {
     DeviceManagement(const DeviceManagement &) = delete;
     DeviceManagement &operator=(const DeviceManagement &) = delete;
 
-    // The older scan of device nodes; on this platform the driver's list is
-    // the only way in, so it finds nothing.
-    void Scan();
+    // The scan of a Linux host's controller nodes: every "nvme<digits>" of
+    // dir, opened read-write and accepted by the same test as ScanV2, then
+    // sorted by path. A node the user may not open sets m_sysDenied. The
+    // result is the number of nodes named like a controller (0: this host
+    // exposes none, e.g. it is not a Linux host).
+    int Scan(const char *dir = KRT_DEVICE_DIR);
     // Registers every controller of the driver's adapter list that passes
     // the acceptance test, in list order.
     void ScanV2();
@@ -40,9 +45,19 @@ class DeviceManagement {
     KRT_U8 m_one_base_mode = 0;
     // Where the SMBIOS table is read from.
     const char *m_smbios_path;
+
+  private:
+    // Registers a new NVMe device under path when it passes the acceptance
+    // test (wrapped, with its PCI address, slot and SUBNQN text); closes it
+    // otherwise.
+    void admit(Device *nvme, const char *path);
 };
 
 DeviceManagement *GetDeviceManagementInstance();
+
+// True when the platform's management library (and so the driver's adapter
+// list) can be had: ScanV2 is the way in; otherwise Scan is.
+bool DeviceManagement_hasAdapterList();
 
 // The vendor-ID filter of "--vid" (0: none).
 extern KRT_U16 gVIDFormCLI;
