@@ -78,24 +78,23 @@ TEST(HostileInputs, OutputToAFullDiskIsReportedOnce)
         return n;
     };
     // The output stream: whatever the command did, its lost output makes the
-    // run fail.
-    for (const std::vector<std::string> &words : std::vector<std::vector<std::string>>{
-             {"info", "-o", "pd", "-output", "/dev/full"},
-             {"event", "-c", "0", "-output", "/dev/full"},
-         }) {
-        RunResult r = machine.cli(words, quick());
-        expectEndsCleanly(r, words[0] + " to /dev/full");
+    // run fail. A command's own file is reported the same way.
+    const struct {
+        std::vector<std::string> words;
+        bool runFails;
+    } cases[] = {
+        {{"info", "-o", "pd", "-output", "/dev/full"}, true},
+        {{"event", "-c", "0", "-output", "/dev/full"}, true},
+        {{"log", "-a", "show", "--outputfile", "/dev/full"}, false},
+        {{"spi", "-t", "read", "--outputfile", "/dev/full"}, false},
+    };
+    for (const auto &c : cases) {
+        RunResult r = machine.cli(c.words, quick());
+        expectEndsCleanly(r, c.words[0] + " to /dev/full");
         EXPECT_EQ(countOf(r.err, "No space left on device"), 1) << r.err;
-        EXPECT_EQ(r.status, 1);
-    }
-    // A command's own file.
-    for (const std::vector<std::string> &words : std::vector<std::vector<std::string>>{
-             {"log", "-a", "show", "--outputfile", "/dev/full"},
-             {"spi", "-t", "read", "--outputfile", "/dev/full"},
-         }) {
-        RunResult r = machine.cli(words, quick());
-        expectEndsCleanly(r, words[0] + " to /dev/full");
-        EXPECT_EQ(countOf(r.err, "No space left on device"), 1) << r.err;
+        if (c.runFails) {
+            EXPECT_EQ(r.status, 1);
+        }
     }
 }
 

@@ -55,6 +55,24 @@ std::vector<KRT_U16> existingIds()
     return ids;
 }
 
+// One listed record, chosen by `pick`, and whether it is the one asked for.
+template <typename Record>
+bool sameRecord(const std::vector<KRT_U16> &ids, unsigned pick, KRT_U32 &rc)
+{
+    List<Record> list;
+    const KRT_U16 id = ids[pick / 4 % ids.size()];
+    rc = listOne(id, list);
+    return list.header.numReturned == 1 && list.record.ID == id;
+}
+
+// The controller's record, and whether it is the one read at the start.
+bool sameInfo(const _NVME_Adapter_Info &reference, KRT_U32 &rc)
+{
+    _NVME_Adapter_Info info{};
+    rc = KRT_Adapter_GetInfo(0, &info);
+    return std::memcmp(&info, &reference, sizeof info) == 0;
+}
+
 }  // namespace
 
 int main(int argc, char **argv)
@@ -92,32 +110,16 @@ int main(int argc, char **argv)
         KRT_U32 rc = 0;
         bool same = false;
         switch (pick % 4) {
-            case 0: {
-                List<_NVME_PD_Info> list;
-                const KRT_U16 id = pds[pick / 4 % pds.size()];
-                rc = listOne(id, list);
-                same = list.header.numReturned == 1 && list.record.ID == id;
+            case 0:
+                same = sameRecord<_NVME_PD_Info>(pds, pick, rc);
                 break;
-            }
-            case 1: {
-                if (vds.empty()) {
-                    _NVME_Adapter_Info info{};
-                    rc = KRT_Adapter_GetInfo(0, &info);
-                    same = std::memcmp(&info, &adapterRef, sizeof info) == 0;
-                    break;
-                }
-                List<_NVME_VD_Info> list;
-                const KRT_U16 id = vds[pick / 4 % vds.size()];
-                rc = listOne(id, list);
-                same = list.header.numReturned == 1 && list.record.ID == id;
+            case 1:
+                // A machine without arrays asks for the controller instead.
+                same = vds.empty() ? sameInfo(adapterRef, rc) : sameRecord<_NVME_VD_Info>(vds, pick, rc);
                 break;
-            }
-            case 2: {
-                _NVME_Adapter_Info info{};
-                rc = KRT_Adapter_GetInfo(0, &info);
-                same = std::memcmp(&info, &adapterRef, sizeof info) == 0;
+            case 2:
+                same = sameInfo(adapterRef, rc);
                 break;
-            }
             default: {
                 _NVME_Adapter_Config config{};
                 rc = KRT_Adapter_GetConfig(0, &config);
