@@ -190,3 +190,5 @@ int doAdapter(int argc, char **argv, const Command_Info *entry)
     }
     return 0;
 }
+
+const CommandOptions adapter_options = {kAdapterShortOptions, kAdapterLongOptions};

@@ -320,3 +320,7 @@ int doSRebuild(int argc, char **argv, const Command_Info *entry)
     }
     return sendActivityRequest(kRebuildSubOpcode, static_cast<KRT_U32>(o.vdId) | static_cast<KRT_U32>(o.pdId) << 16);
 }
+
+const CommandOptions init_options = {kInitShortOptions, kBgaLongOptions};
+const CommandOptions mp_options = {kInitShortOptions, kBgaLongOptions};
+const CommandOptions rebuild_options = {kRebuildShortOptions, kRebuildLongOptions};

@@ -8,6 +8,8 @@
     int handler(int argc, char **argv, const Command_Info *entry); \
     extern const char name##_help[];                               \
     extern const char name##_sh[]
+// A command that reads options: the tables its handler parses with.
+#define KRT_DECLARE_OPTIONS(name) extern const CommandOptions name##_options
 
 // Public commands.
 KRT_DECLARE_COMMAND(doHelp, help);
@@ -54,4 +56,31 @@ KRT_DECLARE_COMMAND(doMIPassthruRead, mi_passthruread);
 KRT_DECLARE_COMMAND(doMIPassthruWrite, mi_passthruwrite);
 KRT_DECLARE_COMMAND(doSVM_cmd, vm_cmd);
 
+// The commands that read options.
+KRT_DECLARE_OPTIONS(help);
+KRT_DECLARE_OPTIONS(adapter);
+KRT_DECLARE_OPTIONS(version);
+KRT_DECLARE_OPTIONS(smart);
+KRT_DECLARE_OPTIONS(flash);
+KRT_DECLARE_OPTIONS(log);
+KRT_DECLARE_OPTIONS(info);
+KRT_DECLARE_OPTIONS(event);
+KRT_DECLARE_OPTIONS(import);
+KRT_DECLARE_OPTIONS(init);
+KRT_DECLARE_OPTIONS(mp);
+KRT_DECLARE_OPTIONS(rebuild);
+KRT_DECLARE_OPTIONS(debuglv);
+KRT_DECLARE_OPTIONS(get);
+KRT_DECLARE_OPTIONS(set);
+KRT_DECLARE_OPTIONS(passthru);
+KRT_DECLARE_OPTIONS(spi);
+KRT_DECLARE_OPTIONS(vd);
+KRT_DECLARE_OPTIONS(reset);
+KRT_DECLARE_OPTIONS(led);
+KRT_DECLARE_OPTIONS(ns);
+KRT_DECLARE_OPTIONS(identify);
+KRT_DECLARE_OPTIONS(inverse);
+KRT_DECLARE_OPTIONS(debug);
+
 #undef KRT_DECLARE_COMMAND
+#undef KRT_DECLARE_OPTIONS

@@ -431,3 +431,6 @@ int doSSet(int argc, char **argv, const Command_Info *entry)
     std::fputs("HBA configuration is updated.\n", stream);
     return 0;
 }
+
+const CommandOptions get_options = {kGetShortOptions, kGetLongOptions};
+const CommandOptions set_options = {kSetShortOptions, kSetLongOptions};

@@ -424,3 +424,7 @@ int doInverse(int argc, char **argv, const Command_Info *entry)
     }
     return static_cast<int>(status);
 }
+
+const CommandOptions reset_options = {kResetShortOptions, kResetLongOptions};
+const CommandOptions led_options = {kLedShortOptions, kLedLongOptions};
+const CommandOptions inverse_options = {kInverseShortOptions, kInverseLongOptions};

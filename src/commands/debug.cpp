@@ -135,3 +135,6 @@ int doSDEBUGLV(int argc, char **argv, const Command_Info *entry)
     }
     return static_cast<int>(status);
 }
+
+const CommandOptions debug_options = {kDebugShortOptions, kDebugLongOptions};
+const CommandOptions debuglv_options = {kDebuglvShortOptions, kDebuglvLongOptions};

@@ -302,3 +302,5 @@ int doSEvent(int argc, char **argv, const Command_Info *entry)
     }
     return getPageEventSA(count);
 }
+
+const CommandOptions event_options = {kEventShortOptions, kEventLongOptions};

@@ -590,3 +590,5 @@ void showSlotInfo(KRT_U16 adapter, int type, KRT_U16 pdId)
     out.numPair("Active Slot:", slots[0] & 7, "Next Active Slot:", (slots[0] >> 4) & 7);
     out.endRecord();
 }
+
+const CommandOptions flash_options = {kFlashShortOptions, kFlashLongOptions};

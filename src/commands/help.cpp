@@ -79,17 +79,23 @@ const Command_Info *findCommand(const char *name)
     return nullptr;
 }
 
+// help takes command names, not options: any option word asks for help's
+// own description.
+const char kHelpShortOptions[] = "\x01:";
+const option kHelpLongOptions[] = {
+    {"output", required_argument, nullptr, KRT_OUTPUT_OPTION},
+    {nullptr, 0, nullptr, 0},
+};
+
 }  // namespace
+
+const CommandOptions help_options = {kHelpShortOptions, kHelpLongOptions};
 
 int doHelp(int argc, char **argv, const Command_Info *entry)
 {
-    static const option longOptions[] = {
-        {"output", required_argument, nullptr, KRT_OUTPUT_OPTION},
-        {nullptr, 0, nullptr, 0},
-    };
     optind = 0;
     int c = 0;
-    while ((c = getopt_long(argc, argv, "\x01:", longOptions, nullptr)) != -1) {
+    while ((c = getopt_long(argc, argv, kHelpShortOptions, kHelpLongOptions, nullptr)) != -1) {
         if (c == KRT_OUTPUT_OPTION)
             continue;
         printCommandHelp(entry);

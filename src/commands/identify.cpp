@@ -254,3 +254,5 @@ int doIdentify(int argc, char **argv, const Command_Info *entry)
         rawDump(page, sizeof page);
     return 0;
 }
+
+const CommandOptions identify_options = {kIdentifyShortOptions, kIdentifyLongOptions};

@@ -229,3 +229,5 @@ int doSImport(int argc, char **argv, const Command_Info *entry)
     }
     return 0;
 }
+
+const CommandOptions import_options = {kImportShortOptions, kImportLongOptions};

@@ -192,3 +192,5 @@ int doSInfo(int argc, char **argv, const Command_Info *entry)
     }
     return 0;
 }
+
+const CommandOptions info_options = {kInfoShortOptions, kInfoLongOptions};

@@ -219,3 +219,5 @@ int doSLog(int argc, char **argv, const Command_Info *entry)
     std::fputs("Error action!\n", stream);
     return 1;
 }
+
+const CommandOptions log_options = {kLogShortOptions, kLogLongOptions};

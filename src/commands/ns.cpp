@@ -701,3 +701,5 @@ int doSNS(int argc, char **argv, const Command_Info *entry)
     std::fputs("Error action!\n", stream);
     return 1;
 }
+
+const CommandOptions ns_options = {kNsShortOptions, kNsLongOptions};

@@ -323,3 +323,5 @@ int doPassthru(int argc, char **argv, const Command_Info *entry)
     std::fputs("Passthrough command is success.\n", stream);
     return 0;
 }
+
+const CommandOptions passthru_options = {kPassthruShortOptions, kPassthruLongOptions};

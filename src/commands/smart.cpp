@@ -197,3 +197,5 @@ int doSmart(int argc, char **argv, const Command_Info *entry)
     }
     return 0;
 }
+
+const CommandOptions smart_options = {kSmartShortOptions, kSmartLongOptions};

@@ -184,3 +184,5 @@ int doSPI(int argc, char **argv, const Command_Info *entry)
         return readSPI(buffer, file, fileName);
     return writeSPI(buffer, inputCount != 0, file, fileName);
 }
+
+const CommandOptions spi_options = {kSPIShortOptions, kSPILongOptions};

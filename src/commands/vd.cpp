@@ -287,3 +287,5 @@ int doSVD(int argc, char **argv, const Command_Info *entry)
     std::fputs(status == 0 ? CmdSuccess : CmdFailed, stream);
     return static_cast<int>(status);
 }
+
+const CommandOptions vd_options = {kVdShortOptions, kVdLongOptions};

@@ -51,3 +51,5 @@ int doVersion(int argc, char **argv, const Command_Info *entry)
     std::fputs("Support Firmware Version: 1.0.x.1039 above\n", stream);
     return 0;
 }
+
+const CommandOptions version_options = {kVersionShortOptions, kVersionLongOptions};

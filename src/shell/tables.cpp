@@ -3,15 +3,20 @@
 
 // cmdLen counts the terminator, so that a typed word equals a name exactly
 // when its length plus one is cmdLen.
-#define KRT_ENTRY(name, handler, texts)                       \
-    {                                                         \
-        name, sizeof(name), handler, texts##_help, texts##_sh \
+#define KRT_ENTRY(name, handler, texts)                                         \
+    {                                                                           \
+        name, sizeof(name), handler, texts##_help, texts##_sh, &texts##_options \
+    }
+// The factory and field-service commands read no options in this build.
+#define KRT_ENTRY_NO_OPTIONS(name, handler, texts)                     \
+    {                                                                  \
+        name, sizeof(name), handler, texts##_help, texts##_sh, nullptr \
     }
 
 // The order decides which entry an abbreviation reaches last and the order
 // of the help listing.
 const Command_Info generalCmdTableV1[] = {
-    {"?", sizeof("?"), doHelp, help_help, help_q_sh},
+    {"?", sizeof("?"), doHelp, help_help, help_q_sh, &help_options},
     KRT_ENTRY("help", doHelp, help),
     KRT_ENTRY("adapter", doAdapter, adapter),
     KRT_ENTRY("version", doVersion, version),
@@ -32,29 +37,29 @@ const Command_Info generalCmdTableV1[] = {
     KRT_ENTRY("vd", doSVD, vd),
     KRT_ENTRY("reset", doSReset, reset),
     KRT_ENTRY("led", doSLed, led),
-    KRT_ENTRY("vpd", doSVPD, vpd),
-    KRT_ENTRY("dumphba", doSDUMPHBA, dumphba),
-    KRT_ENTRY("gpio", doSGPIO, gpio),
+    KRT_ENTRY_NO_OPTIONS("vpd", doSVPD, vpd),
+    KRT_ENTRY_NO_OPTIONS("dumphba", doSDUMPHBA, dumphba),
+    KRT_ENTRY_NO_OPTIONS("gpio", doSGPIO, gpio),
     KRT_ENTRY("ns", doSNS, ns),
     KRT_ENTRY("identify", doIdentify, identify),
     KRT_ENTRY("inverse", doInverse, inverse),
-    KRT_ENTRY("vpdread", doVPDRead, vpdread),
+    KRT_ENTRY_NO_OPTIONS("vpdread", doVPDRead, vpdread),
 };
 
 const Command_Info hiddenCmdTableV1[] = {
     KRT_ENTRY("--debug", doDebug, debug),
-    KRT_ENTRY("gen", doGen, gen),
-    KRT_ENTRY("reg", doSReg, reg),
-    KRT_ENTRY("dvf", doSDVF, dvf),
-    KRT_ENTRY("protect", doSProtect, protect),
-    KRT_ENTRY("i2c", doSi2c, i2c),
-    KRT_ENTRY("pcie", doSpcie, pcie),
-    KRT_ENTRY("sriov", doSSRIOV, sriov),
-    KRT_ENTRY("hotkey", doHotkey, hotkey),
-    KRT_ENTRY("getoemdata", doSGetOEMdata, getoemdata),
-    KRT_ENTRY("mi_passthruread", doMIPassthruRead, mi_passthruread),
-    KRT_ENTRY("mi_passthruwrite", doMIPassthruWrite, mi_passthruwrite),
-    KRT_ENTRY("vm_cmd", doSVM_cmd, vm_cmd),
+    KRT_ENTRY_NO_OPTIONS("gen", doGen, gen),
+    KRT_ENTRY_NO_OPTIONS("reg", doSReg, reg),
+    KRT_ENTRY_NO_OPTIONS("dvf", doSDVF, dvf),
+    KRT_ENTRY_NO_OPTIONS("protect", doSProtect, protect),
+    KRT_ENTRY_NO_OPTIONS("i2c", doSi2c, i2c),
+    KRT_ENTRY_NO_OPTIONS("pcie", doSpcie, pcie),
+    KRT_ENTRY_NO_OPTIONS("sriov", doSSRIOV, sriov),
+    KRT_ENTRY_NO_OPTIONS("hotkey", doHotkey, hotkey),
+    KRT_ENTRY_NO_OPTIONS("getoemdata", doSGetOEMdata, getoemdata),
+    KRT_ENTRY_NO_OPTIONS("mi_passthruread", doMIPassthruRead, mi_passthruread),
+    KRT_ENTRY_NO_OPTIONS("mi_passthruwrite", doMIPassthruWrite, mi_passthruwrite),
+    KRT_ENTRY_NO_OPTIONS("vm_cmd", doSVM_cmd, vm_cmd),
 };
 
 static_assert(sizeof(generalCmdTableV1) / sizeof(generalCmdTableV1[0]) == 28);

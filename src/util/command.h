@@ -5,6 +5,15 @@
 #include <cstdio>
 
 struct _cmd_struct;
+struct option;
+
+// What a handler hands getopt_long: its short-option string and long-option
+// table. The completion and the manual page are made from the same tables,
+// so neither offers an option the handler would refuse.
+struct CommandOptions {
+    const char *shortOptions;
+    const option *longOptions;
+};
 
 // Word count, words (word 0 is the command word, lower-cased) and the
 // handler's own table entry. Returns 0, 1 for a usage error, a request's
@@ -15,8 +24,9 @@ struct _cmd_struct {
     const char *cmd;  // name, lower case
     int cmdLen;       // strlen(cmd) + 1
     CommandHandler cmdHandler;
-    const char *cmdHelp;       // long help
-    const char *cmdShortHelp;  // one-line summary, beginning with ':'
+    const char *cmdHelp;               // long help
+    const char *cmdShortHelp;          // one-line summary, beginning with ':'
+    const CommandOptions *cmdOptions;  // null for a command that reads no options
 };
 using Command_Info = _cmd_struct;
 using PCommand_Info = const _cmd_struct *;

@@ -45,7 +45,7 @@ class NsOneBase : public ::testing::Test {
             argv.push_back(word.data());
         argv.push_back(nullptr);
         krt_unit::StreamCapture out;
-        const Command_Info entry{"ns", 3, doSNS, ns_help, ns_sh};
+        const Command_Info entry{"ns", 3, doSNS, ns_help, ns_sh, &ns_options};
         EXPECT_EQ(doSNS(static_cast<int>(words.size()), argv.data(), &entry), status);
         return out.text();
     }

@@ -49,7 +49,7 @@ void runOneBased(const Command_Info &entry, std::vector<Case> cases, bool whole)
 TEST(Selection, AdapterIdInOneBaseMode)
 {
     const std::string announce = "NVMe Controller 1 set as default CLI commands refers to.\n";
-    runOneBased({"adapter", 8, doAdapter, adapter_help, adapter_sh},
+    runOneBased({"adapter", 8, doAdapter, adapter_help, adapter_sh, &adapter_options},
                 {
                     {{"adapter", "-i", "0"}, 1, "-i : invalid NVMe Controller id '0'\n"},
                     {{"adapter", "-i", "3"}, 1, "NVMe Controller 3 does not exist.\n"},
@@ -68,7 +68,7 @@ TEST(Selection, AdapterIdInOneBaseMode)
 // are shifted, namespace ids are not.
 TEST(InfoOneBase, DiskIdsAreShiftedAndNamespaceIdsAreNot)
 {
-    runOneBased({"info", 5, doSInfo, info_help, info_sh},
+    runOneBased({"info", 5, doSInfo, info_help, info_sh, &info_options},
                 {
                     {{"info", "-o", "pd", "-i", "1"}, 0, "CDW[12]: 0x000000e1\nCDW[14]: 0x00000000\n"},
                     {{"info", "-o", "vd", "-i", "3"}, 0, "CDW[12]: 0x000000e2\nCDW[14]: 0x00000002\n"},

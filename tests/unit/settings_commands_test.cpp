@@ -52,14 +52,14 @@ constexpr KRT_U32 kJbof = KRT_FEATURE_IMPORT;
 
 TEST(SettingsOneBase, ControllerNumbers)
 {
-    runOneBased({"get", 4, doSGet, get_help, get_sh}, kRaid,
+    runOneBased({"get", 4, doSGet, get_help, get_sh, &get_options}, kRaid,
                 {
                     {{"get", "-o", "hba", "-i", "0"}, 1, "-i : invalid id '0'\n"},
                     {{"get", "-o", "hba", "-i", "3"}, 1, "-i : invalid id '3'\n"},
                     // Controller 2 is index 1: asked for.
                     {{"get", "-o", "hba", "-i", "2"}, 1, "CDW[12]: 0x000001e0\n"},
                 });
-    runOneBased({"set", 4, doSSet, set_help, set_sh}, kRaid,
+    runOneBased({"set", 4, doSSet, set_help, set_sh, &set_options}, kRaid,
                 {
                     {{"set", "-o", "hba", "-i", "0", "-a", "on"}, 1, "-i : invalid id '0'\n"},
                     {{"set", "-o", "hba", "-i", "1", "-v", "0"}, 1, "-v : invalid vd id '0'\n"},
@@ -69,7 +69,7 @@ TEST(SettingsOneBase, ControllerNumbers)
 
 TEST(SettingsOneBase, ImportShowsNumbersAsTyped)
 {
-    runOneBased({"import", 7, doSImport, import_help, import_sh}, kJbof,
+    runOneBased({"import", 7, doSImport, import_help, import_sh, &import_options}, kJbof,
                 {
                     {{"import", "-l", "0"}, 1, "-l : invalid VD ID '0'\n"},
                     {{"import", "-p", "0", "-l", "1"}, 1, "-p : invalid PD ID '0'\n"},
@@ -83,7 +83,7 @@ TEST(SettingsOneBase, ImportShowsNumbersAsTyped)
                     {{"import", "-p", "1", "-n", "0x10", "-l", "1"}, 0, "CDW[14]: 0x000f0000\n"},
                     {{"import", "-p", "1", "-n", "65536", "-l", "1"}, 0, "CDW[14]: 0xffff0000\n"},
                 });
-    runOneBased({"import", 7, doSImport, import_help, import_sh}, kRaid,
+    runOneBased({"import", 7, doSImport, import_help, import_sh, &import_options}, kRaid,
                 {
                     {{"import", "-l", "65536"}, 0, "CDW[14]: 0x0000ffff\n\nUnable to get info of VD\n"},
                     {{"import", "-l", "65537"}, 1, "-l : invalid VD ID '65537'\n"},
@@ -93,7 +93,7 @@ TEST(SettingsOneBase, ImportShowsNumbersAsTyped)
 TEST(SettingsOneBase, SlotNumbers)
 {
     runOneBased(
-        {"reset", 6, doSReset, reset_help, reset_sh}, kRaid,
+        {"reset", 6, doSReset, reset_help, reset_sh, &reset_options}, kRaid,
         {
             {{"reset", "-i", "0"}, 0, "-i : invalid device id '0'\n"},
             {{"reset", "-t", "power", "-a", "on", "-i", "3"}, 1, "Power Pin ID only support 1 or 2\n"},
@@ -101,7 +101,7 @@ TEST(SettingsOneBase, SlotNumbers)
             {{"reset", "-t", "perstn", "-a", "off", "-i", "4"}, 1, "CDW[12]: 0x000008e1\nCDW[14]: 0x02020003\n"},
             {{"reset", "-i", "65537"}, 0, "-i : invalid device id '65537'\n"},
         });
-    runOneBased({"led", 4, doSLed, led_help, led_sh}, kRaid,
+    runOneBased({"led", 4, doSLed, led_help, led_sh, &led_options}, kRaid,
                 {
                     {{"led", "-o", "rc", "-i", "0", "-a", "on"}, 0, "-i : invalid id '0'\n"},
                     {{"led", "-o", "rc", "-i", "3", "-a", "qb"},

@@ -126,7 +126,8 @@ TEST(ShellHelp, TablesListingAndEveryCommandsDashH)
 // this, so a made-up public table stands in.
 TEST(ShellDispatch, WholeHiddenNameAfterPublicAbbreviationUsesThePublicPosition)
 {
-    const Command_Info table[] = {{"genuine", 8, nullptr, "", ":first"}, {"other", 6, nullptr, "", ":second"}};
+    const Command_Info table[] = {{"genuine", 8, nullptr, "", ":first", nullptr},
+                                  {"other", 6, nullptr, "", ":second", nullptr}};
     pCmdTable = table;
     cmdTableSize = 2;
     int matches = 0;

@@ -36,9 +36,9 @@ class ArrayCommands : public ::testing::Test {
     std::string run(std::vector<std::string> words, int expected = 0)
     {
         static const Command_Info table[] = {
-            {"vd", 3, doSVD, vd_help, vd_sh},
-            {"init", 5, doSINIT, init_help, init_sh},
-            {"rebuild", 8, doSRebuild, rebuild_help, rebuild_sh},
+            {"vd", 3, doSVD, vd_help, vd_sh, &vd_options},
+            {"init", 5, doSINIT, init_help, init_sh, &init_options},
+            {"rebuild", 8, doSRebuild, rebuild_help, rebuild_sh, &rebuild_options},
         };
         const Command_Info *entry = nullptr;
         for (const Command_Info &e : table)
