@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "shell/completion.h"
+
 // libedit corrupts its display, and can crash, once the line being edited is
 // taller than the terminal. The shell therefore never lets a line grow that
 // tall: a key that would insert past the last allowed row is refused with the
@@ -176,6 +178,45 @@ extern "C" unsigned char recallNewer(EditLine *el, int)
     return recall(el, false);
 }
 
+// Tab: the rest of a command name or option when only one fits what was
+// typed, else as much as they all share; when that adds nothing, the choices
+// are listed under the line and the line is drawn again.
+extern "C" unsigned char completeWord(EditLine *el, int)
+{
+    const std::string before = [el] {
+        const LineInfo *line = el_line(el);
+        return std::string(line->buffer, static_cast<std::size_t>(line->cursor - line->buffer));
+    }();
+    const Completion completion = completeShellLine(before);
+    const std::vector<std::string> &choices = completion.candidates;
+    if (choices.empty())
+        return CC_REFRESH_BEEP;
+    const std::size_t typed = before.size() - completion.start;
+    std::string shared = choices.front();
+    for (const std::string &choice : choices) {
+        std::size_t n = 0;
+        while (n < shared.size() && n < choice.size() && shared[n] == choice[n])
+            ++n;
+        shared.resize(n);
+    }
+    std::string insert = shared.size() > typed ? shared.substr(typed) : std::string();
+    if (choices.size() == 1)
+        insert += ' ';
+    if (!insert.empty()) {
+        if (!fits(el, lineCells(el) + textCells(insert)))
+            return CC_REFRESH_BEEP;
+        el_insertstr(el, insert.c_str());
+        return CC_REFRESH;
+    }
+    std::string list = "\n";
+    for (const std::string &choice : choices)
+        list += (list.size() > 1 ? "  " : "") + choice;
+    list += '\n';
+    std::fputs(list.c_str(), stdout);
+    std::fflush(stdout);
+    return CC_REDISPLAY;
+}
+
 // After the window shrank, cuts the end of a line that no longer fits.
 void fitAfterResize(EditLine *el)
 {
@@ -270,6 +311,11 @@ void bindKeys(EditLine *el)
         el_set(el, EL_BIND, key, "krt-newer", nullptr);
     el_set(el, EL_BIND, "-k", "up", "krt-older", nullptr);
     el_set(el, EL_BIND, "-k", "down", "krt-newer", nullptr);
+    // Typed lines only: a tab that comes through a pipe stays a tab.
+    if (gEditor.terminal) {
+        el_wset(el, EL_ADDFN, L"krt-complete", L"Complete a command name or option", completeWord);
+        el_set(el, EL_BIND, "^I", "krt-complete", nullptr);
+    }
     // Commands that insert more than the key itself.
     for (const char *key : {"^Y", "\\e^_", "\\ex", "\\eX", "\\e0", "\\e1", "\\e2", "\\e3", "\\e4", "\\e5", "\\e6",
                             "\\e7", "\\e8", "\\e9"})

@@ -192,6 +192,32 @@ TEST(ShellTerminal, AShrinkingWindowCutsTheLineToFit)
     EXPECT_LT(t.output.find("'!", start) - start - 17 + 2, std::size_t{11 * 40}) << t.output.substr(start);
 }
 
+// Tab offers what the handlers accept: public command names, the options of
+// the command typed (never a long name only its help mentions), and command
+// names again after help.
+TEST(ShellTerminal, TabCompletesCommandNamesAndOptions)
+{
+    krt_test::SimMachine machine("raid");
+    Terminal t(machine);
+    ASSERT_TRUE(t.say("", "> ")) << t.output;
+    const struct {
+        const char *keys;
+        const char *shown;
+    } steps[] = {
+        {"ver\t\r", "Support Firmware Version: 1.0.x.1039 above\r\n> "},
+        {"init -\t", "\r\n--action  --help  --vd_id  -a  -h  -i\r\n"},
+        {"-v\t9\r", "Invalid LD ID (Status Code: 0x707)\r\ncmd failed.\r\n> "},
+        {"info --ob\thba\r", "Total # of HBA:"},
+        {"help v\t", "\r\nvd  version  vpd  vpdread\r\n"},
+        {"pdr\t\r", "Description"},
+        {"ge\t\r", "Description"},  // not the hidden gen: get alone shows its help
+    };
+    for (const auto &s : steps)
+        EXPECT_TRUE(t.say(s.keys, s.shown)) << testing::PrintToString(s.keys) << t.output;
+    t.say("exit\r", "");
+    EXPECT_EQ(t.exitStatus(), 0) << t.output;
+}
+
 TEST(ShellTerminal, CtrlCAbandonsTheLineButEndsARunningCommand)
 {
     krt_test::SimMachine machine("raid");

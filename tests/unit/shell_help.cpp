@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "commands/commands.h"
+#include "shell/completion.h"
 #include "shell/shell.h"
 #include "stream_capture.h"
 #include "util/state.h"
@@ -166,3 +167,33 @@ TEST(ShellHelp, NamedCommandsAndOptions)
 }
 
 }  // namespace
+
+// What Tab offers for the text before the cursor.
+TEST(ShellCompletion, NamesOptionsAndNothingWhereAValueIsDue)
+{
+    using Words = std::vector<std::string>;
+    pCmdTable = generalCmdTableV1;
+    cmdTableSize = generalCmdTableV1Size();
+    const struct {
+        const char *line;
+        Words offered;
+    } cases[] = {
+        {"IN", {"info", "init", "inverse"}},  // command words in any case
+        {"ge", {"get"}},                      // never a hidden command
+        {"rebuild --", {"--action", "--help", "--pd_id", "--vd_id"}},
+        {"mp -i 1 ", {"--action", "--help", "--vd_id", "-a", "-h", "-i"}},
+        {"info -o ", {}},  // the value of -o comes next
+        {"info --obj ", {}},
+        {"adapter --l", {"--list"}},
+        {"help id", {"identify"}},
+        {"help info ID", {}},  // help takes names as the table spells them
+        {"gen -", {}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.line);
+        const Completion completion = completeShellLine(c.line);
+        EXPECT_EQ(completion.candidates, c.offered);
+        EXPECT_EQ(completion.start, std::string_view(c.line).find_last_of(' ') + 1);
+    }
+    EXPECT_EQ(completeShellLine("").candidates.size(), std::size_t{generalCmdTableV1Size()});
+}
