@@ -5,6 +5,7 @@
 //
 //   krt_docgen --man <file> --completion <file> [--version <text>]
 //              [--krtsim <path> --cli <path> --state <path>]
+#include <getopt.h>
 #include <sys/wait.h>
 
 #include <cctype>
@@ -20,7 +21,9 @@
 #include <string>
 #include <vector>
 
+#include "shell/completion.h"
 #include "shell/shell.h"
+#include "util/state.h"
 
 namespace {
 
@@ -220,7 +223,8 @@ struct CommandDoc {
     std::vector<std::string> summaryExtra;  // lines the summary carries beyond its first
     std::vector<std::string> usage;
     std::vector<Block> blocks;
-    std::vector<Option> options;
+    std::vector<Option> options;           // as the help describes them
+    std::vector<OptionSpelling> accepted;  // as the handler parses them
 
     Option *find(const std::string &word)
     {
@@ -341,7 +345,69 @@ CommandDoc readCommand(const Command_Info &entry)
         }
     }
     readUsageValues(doc);
+    doc.accepted = optionSpellings(entry);
     return doc;
+}
+
+// The help's entry for an option the handler accepts: the one that names its
+// short or long form. Null for an option the help does not describe.
+const Option *described(const CommandDoc &doc, const OptionSpelling &spelling)
+{
+    for (const Option &o : doc.options) {
+        for (const std::string &n : o.names) {
+            if ((spelling.shortName != 0 && n == std::string("-") + spelling.shortName) ||
+                (!spelling.longName.empty() && n == "--" + spelling.longName))
+                return &o;
+        }
+    }
+    return nullptr;
+}
+
+// The accepted options an entry of the help stands for.
+std::vector<OptionSpelling> acceptedFor(const CommandDoc &doc, const Option &option)
+{
+    std::vector<OptionSpelling> out;
+    for (const OptionSpelling &spelling : doc.accepted) {
+        if (described(doc, spelling) == &option)
+            out.push_back(spelling);
+    }
+    return out;
+}
+
+// "-o, --object <object>", "-c <count>, --count[=<count>]": the names the
+// handler takes and how each takes its argument; the placeholder is the
+// help's, or <value>.
+std::string spelled(const OptionSpelling &o, const std::string &placeholder, const char *between)
+{
+    const std::string arg = placeholder.empty() ? "<value>" : placeholder;
+    auto shortForm = [&](bool withArg) {
+        std::string f = std::string("-") + o.shortName;
+        if (withArg && o.shortArgument == required_argument)
+            f += " " + arg;
+        else if (withArg && o.shortArgument == optional_argument)
+            f += "[" + arg + "]";
+        return f;
+    };
+    auto longForm = [&] {
+        std::string f = "--" + o.longName;
+        if (o.longArgument == required_argument)
+            f += " " + arg;
+        else if (o.longArgument == optional_argument)
+            f += "[=" + arg + "]";
+        return f;
+    };
+    if (o.shortName == 0)
+        return longForm();
+    if (o.longName.empty())
+        return shortForm(true);
+    // Both take the argument alike: name it once, after the long form.
+    return shortForm(o.shortArgument != o.longArgument) + between + longForm();
+}
+
+std::string placeholderOf(const CommandDoc &doc, const OptionSpelling &o)
+{
+    const Option *help = described(doc, o);
+    return help != nullptr ? help->arg : std::string();
 }
 
 std::vector<CommandDoc> publicCommands()
@@ -487,6 +553,12 @@ void writeCommand(std::ostream &man, const CommandDoc &doc)
             man << roff(line) << "\n";
         man << ".fi\n.RE\n";
     }
+    // What the handler accepts, from its option tables; the help's usage
+    // lines follow as the command itself prints them.
+    std::string synopsis = "\\fB" + roff(doc.name) + "\\fR";
+    for (const OptionSpelling &o : doc.accepted)
+        synopsis += " [" + roffSyntax(spelled(o, placeholderOf(doc, o), " | ")) + "]";
+    man << ".PP\n" << synopsis << "\n";
     if (!doc.usage.empty()) {
         man << ".PP\n.RS 4\n.nf\n";
         for (const std::string &line : doc.usage)
@@ -511,7 +583,13 @@ void writeCommand(std::ostream &man, const CommandDoc &doc)
                 break;
             case Block::OptionItem: {
                 const Option &option = doc.options[block.option];
-                man << ".TP\n" << roffSyntax(option.form) << "\n";
+                const std::vector<OptionSpelling> names = acceptedFor(doc, option);
+                if (names.empty())
+                    break;  // a name the help mentions but the handler does not take
+                std::string form;
+                for (const OptionSpelling &o : names)
+                    form += (form.empty() ? "" : ", ") + spelled(o, option.arg, ", ");
+                man << ".TP\n" << roffSyntax(form) << "\n";
                 for (size_t n = 0; n < option.description.size(); ++n)
                     man << (n > 0 ? ".br\n" : "") << roff(option.description[n]) << "\n";
                 break;
@@ -583,18 +661,53 @@ void writeManPage(std::ostream &man, const std::vector<CommandDoc> &docs, const 
     for (const CommandDoc &doc : docs)
         writeCommand(man, doc);
     man << ".SH EXIT STATUS\n"
+           "The exit status keeps the meaning it has always had, so that scripts written\n"
+           "for earlier versions go on working. That meaning is not \"0 for success\":\n"
+           "many failures end with 0, each reported by its message.\n"
+           "Scripts that must tell success from failure should add \\fB\\-\\-json\\fR and read\n"
+           "the document's \\fBresult\\fR, which names every outcome (ok, usage_error,\n"
+           "not_found, refused, request_failed, no_controller).\n"
            ".TP\n"
            "0\n"
-           "Success.\n"
+           "Success, and also:\n"
+           ".RS\n"
+           ".IP \\(bu 2\n"
+           "no NVMe Controller found (every command but \\fBhelp\\fR and \\fBversion\\fR only\n"
+           "says so), or an \\fIadapter\\-id\\fR that names none (\"Adapter ID %d is not exist\");\n"
+           ".IP \\(bu 2\n"
+           "a query that failed or found nothing: \\fBinfo\\fR of any object,\n"
+           "\\fBflash \\-q firmware\\fR, and \\fBimport\\fR once its options were accepted,\n"
+           "whatever the import's outcome;\n"
+           ".IP \\(bu 2\n"
+           "a stop (\\fBinit\\fR, \\fBmp\\fR, \\fBrebuild \\-a stop\\fR) refused because another kind\n"
+           "of activity runs, or passed over in silence because none runs;\n"
+           ".IP \\(bu 2\n"
+           "an invalid option value or a missing required option of \\fBvd\\fR, \\fBns\\fR,\n"
+           "\\fBinit\\fR, \\fBmp\\fR, \\fBrebuild\\fR, \\fBsmart\\fR, \\fBpassthru\\fR, \\fBidentify\\fR,\n"
+           "\\fBspi\\fR, \\fBlog\\fR, \\fBdebuglv\\fR, \\fBreset\\fR, \\fBled\\fR and \\fBinverse\\fR;\n"
+           "a duplicated option of \\fBns\\fR or \\fBpassthru\\fR;\n"
+           ".IP \\(bu 2\n"
+           "\\fBadapter \\-s\\fR with an address no controller has, \\fBflash\\fR without an\n"
+           "object (\"Invalid object.\"), also with \\fB\\-q firmware\\fR, \\fBset\\fR\n"
+           "with nothing to set (\"Invalid setting(s) for HBA\"), \\fBhelp\\fR with an unknown\n"
+           "command name, and a lone \\fB\\-\\-vid=0x\\fR word.\n"
+           ".RE\n"
            ".TP\n"
            "1\n"
-           "A usage error or an unknown or ambiguous command; also a failed request\n"
-           "whose status has 0 as its low byte (0x100, 0x200, ...), so that a script\n"
-           "never takes it for success.\n"
+           "An unknown or ambiguous command; a command word alone where the command\n"
+           "needs options (it prints its help); a duplicated option (but see above);\n"
+           "the usage errors of \\fBadapter\\fR, \\fBversion\\fR, \\fBinfo\\fR, \\fBevent\\fR,\n"
+           "\\fBflash\\fR, \\fBget\\fR, \\fBset\\fR and \\fBimport\\fR; output that could not be\n"
+           "written; a failed request whose status has 0 as its low byte (0x100, 0x200,\n"
+           "\\&...), so that a script never takes it for success.\n"
            ".TP\n"
            "other\n"
            "The status of the request that failed, as the operating system keeps it\n"
-           "(its low 8 bits).\n";
+           "(its low 8 bits: 7 for \"Invalid LD ID (Status Code: 0x707)\").\n"
+           "A few outcomes keep an older count instead: 34 after \"This feature is not\n"
+           "support JBOF.\" (\\fBget\\fR), 19 after \"File is not exist.\" (\\fBspi\\fR), 14 after\n"
+           "\"Error action!\" (\\fBvd\\fR), and the length of the message for an SSD image\n"
+           "that could not be downloaded (\\fBflash \\-o pd\\fR).\n";
     if (sim)
         writeExamples(man, *sim);
     man << ".SH FILES\n"
@@ -624,6 +737,12 @@ std::string joined(const std::set<std::string> &words)
         }
     }
     return out;
+}
+
+// A command name as a case pattern: "?" matches any one character there.
+std::string caseWord(const std::string &name)
+{
+    return name == "?" ? "\\?" : "'" + name + "'";
 }
 
 void writeCompletion(std::ostream &out, const std::vector<CommandDoc> &docs)
@@ -690,6 +809,29 @@ void writeCompletion(std::ostream &out, const std::vector<CommandDoc> &docs)
            "        return\n"
            "    fi\n"
            "\n"
+           "    # A command word may be any unique abbreviation of a name.\n"
+           "    case $cmd in\n";
+    for (const CommandDoc &doc : docs) {
+        std::string arm;
+        for (size_t n = 1; n < doc.name.size(); ++n) {
+            const std::string prefix = doc.name.substr(0, n);
+            const Command_Info *named = publicCommand(doc.name);
+            if (named != nullptr && publicCommand(prefix) == named)
+                arm += (arm.empty() ? "" : " | ") + caseWord(prefix);
+        }
+        if (!arm.empty())
+            out << "    " << arm << ") cmd=" << doc.name << " ;;\n";
+    }
+    out << "    esac\n"
+           "\n"
+           "    # help takes command names, as the table spells them.\n"
+           "    if [[ $cmd == help || $cmd == \\? ]]; then\n"
+           "        [[ $cur == -* ]] || COMPREPLY=($(compgen -W '"
+        << joined(names)
+        << "' -- \"$cur\"))\n"
+           "        return\n"
+           "    fi\n"
+           "\n"
            "    # The value of an option: after it, or after its '='.\n"
            "    local opt=$prev value=$cur\n"
            "    if [[ $cur == --*=* ]]; then\n"
@@ -699,17 +841,22 @@ void writeCompletion(std::ostream &out, const std::vector<CommandDoc> &docs)
            "    case \"$cmd $opt\" in\n";
 
     for (const CommandDoc &doc : docs) {
-        for (const Option &option : doc.options) {
-            if (option.values.empty() && !option.file)
+        for (const OptionSpelling &o : doc.accepted) {
+            const Option *help = described(doc, o);
+            if (help == nullptr || (help->values.empty() && !help->file))
                 continue;
             std::string patterns;
-            for (const std::string &n : option.names)
-                patterns += (patterns.empty() ? "" : " | ") + ("'" + doc.name + " " + n + "'");
+            if (o.shortName != 0 && o.shortArgument == required_argument)
+                patterns = "'" + doc.name + " -" + o.shortName + "'";
+            if (!o.longName.empty() && o.longArgument != no_argument)
+                patterns += (patterns.empty() ? "" : " | ") + ("'" + doc.name + " --" + o.longName + "'");
+            if (patterns.empty())
+                continue;
             out << "    " << patterns << ")\n";
-            if (option.file)
+            if (help->file)
                 out << "        COMPREPLY=($(compgen -f -- \"$value\"))\n";
             else
-                out << "        COMPREPLY=($(compgen -W '" << joined(option.values) << "' -- \"$value\"))\n";
+                out << "        COMPREPLY=($(compgen -W '" << joined(help->values) << "' -- \"$value\"))\n";
             out << "        return\n"
                    "        ;;\n";
         }
@@ -719,17 +866,17 @@ void writeCompletion(std::ostream &out, const std::vector<CommandDoc> &docs)
            "    [[ $cur == -* ]] || return\n"
            "    case $cmd in\n";
     for (const CommandDoc &doc : docs) {
-        std::set<std::string> longs;
-        for (const Option &option : doc.options) {
-            for (const std::string &n : option.names) {
-                if (startsWith(n, "--"))
-                    longs.insert(n);
-            }
+        std::set<std::string> spellings;
+        for (const OptionSpelling &o : doc.accepted) {
+            if (o.shortName != 0)
+                spellings.insert(std::string("-") + o.shortName);
+            if (!o.longName.empty())
+                spellings.insert("--" + o.longName);
         }
-        if (longs.empty())
+        if (spellings.empty())
             continue;
-        out << "    '" << doc.name << "')\n"
-            << "        COMPREPLY=($(compgen -W '" << joined(longs) << "' -- \"$cur\"))\n"
+        out << "    " << caseWord(doc.name) << ")\n"
+            << "        COMPREPLY=($(compgen -W '" << joined(spellings) << "' -- \"$cur\"))\n"
             << "        ;;\n";
     }
     out << "    esac\n"
@@ -760,6 +907,9 @@ int main(int argc, char **argv)
     if (args.count("krtsim") != 0 && args.count("cli") != 0 && args.count("state") != 0)
         sim = Simulator{args["krtsim"], args["cli"], args["state"]};
 
+    // Abbreviations are resolved as the program does, over its public table.
+    pCmdTable = generalCmdTableV1;
+    cmdTableSize = generalCmdTableV1Size();
     std::vector<CommandDoc> docs = publicCommands();
     std::ofstream man(args["man"]);
     writeManPage(man, docs, args.count("version") != 0 ? args["version"] : "", sim);

@@ -5,12 +5,14 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <map>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "process.h"
+#include "shell/completion.h"
 #include "shell/shell.h"
 
 using krt_test::readFile;
@@ -35,20 +37,25 @@ std::set<std::string> publicNames()
     return names;
 }
 
-std::set<std::string> hiddenNames()
-{
-    std::set<std::string> names;
-    for (int i = 0; i < hiddenCmdTableV1Size(); ++i)
-        names.insert(hiddenCmdTableV1[i].cmd);
-    return names;
-}
-
 std::set<std::string> words(const std::string &text)
 {
     std::set<std::string> out;
     std::istringstream in(text);
     for (std::string w; in >> w;)
         out.insert(w);
+    return out;
+}
+
+// Every spelling of every option a handler parses: "-i", "--vd_id", ...
+std::set<std::string> accepted(const Command_Info &entry)
+{
+    std::set<std::string> out;
+    for (const OptionSpelling &o : optionSpellings(entry)) {
+        if (o.shortName != 0)
+            out.insert(std::string("-") + o.shortName);
+        if (!o.longName.empty())
+            out.insert("--" + o.longName);
+    }
     return out;
 }
 
@@ -89,36 +96,80 @@ TEST(ManualPage, RendersWithoutWarnings)
     }
 }
 
-TEST(ManualPage, DescribesExactlyThePublicCommandsWithExamplesRunOnTheSimulator)
+// The option names a roff text sets in bold: "\\fB\\-\\-vd_id\\fR" is --vd_id.
+std::set<std::string> boldOptions(const std::string &roff)
 {
-    std::string page = readFile(KRT_MAN_PAGE);
-    std::set<std::string> described;
-    std::istringstream lines(page);
-    for (std::string line; std::getline(lines, line);) {
-        if (line.rfind(".SS ", 0) == 0)
-            described.insert(line.substr(4));
+    std::set<std::string> out;
+    for (std::size_t at = roff.find("\\fB\\-"); at != std::string::npos; at = roff.find("\\fB\\-", at + 1)) {
+        const std::size_t end = roff.find("\\fR", at);
+        std::string name = roff.substr(at + 3, end - at - 3);
+        for (std::size_t dash; (dash = name.find("\\-")) != std::string::npos;)
+            name.replace(dash, 2, "-");
+        out.insert(name);
     }
-    EXPECT_EQ(described, publicNames());
-    for (const std::string &hidden : hiddenNames())
-        EXPECT_EQ(described.count(hidden), 0u) << hidden;
-
-    // Every option of a help is an entry of its own, and the examples carry
-    // what the program printed.
-    EXPECT_NE(page.find(".TP\n\\fB\\-o\\fR, \\fB\\-\\-object\\fR \\fI<hba|pd|hd|vd|ld|ns>\\fR\n"), std::string::npos);
-    EXPECT_NE(page.find("# \\fBkrt_cli vd \\-a create \\-r 1 \\-d 6,7 \\-n 2\\fR\ncmd success\n"), std::string::npos);
-    EXPECT_NE(page.find("\nCLI Version: "), std::string::npos);
+    return out;
 }
 
-TEST(Completion, OffersExactlyThePublicCommands)
+TEST(ManualPage, DescribesThePublicCommandsWithTheOptionsTheyAccept)
+{
+    std::string page = readFile(KRT_MAN_PAGE);
+    std::map<std::string, std::string> sections;  // command name -> its text
+    std::string current;
+    std::istringstream lines(page);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind(".SS ", 0) == 0 || line.rfind(".SH ", 0) == 0)
+            current = line.rfind(".SS ", 0) == 0 ? line.substr(4) : "";
+        else if (!current.empty())
+            sections[current] += line + "\n";
+    }
+    std::set<std::string> described;
+    for (const auto &[name, text] : sections)
+        described.insert(name);
+    EXPECT_EQ(described, publicNames());
+
+    // Each command's synopsis names exactly what its handler parses, and no
+    // option entry names anything else (init's help says --id; it takes --vd_id).
+    for (int i = 0; i < generalCmdTableV1Size(); ++i) {
+        const Command_Info &entry = generalCmdTableV1[i];
+        SCOPED_TRACE(entry.cmd);
+        const std::string &text = sections[entry.cmd];
+        const std::size_t synopsis = text.find(".PP\n\\fB");
+        ASSERT_NE(synopsis, std::string::npos) << text;
+        EXPECT_EQ(boldOptions(text.substr(synopsis, text.find('\n', synopsis + 4) - synopsis)), accepted(entry));
+        std::string items;
+        for (std::size_t at = text.find(".TP\n"); at != std::string::npos; at = text.find(".TP\n", at + 1))
+            items += text.substr(at + 4, text.find('\n', at + 4) - at - 4);
+        for (const std::string &name : boldOptions(items))
+            EXPECT_EQ(accepted(entry).count(name), 1u) << name;
+    }
+    EXPECT_NE(sections["init"].find(".TP\n\\fB\\-i\\fR, \\fB\\-\\-vd_id\\fR \\fI<VD ID>\\fR\n"), std::string::npos);
+    EXPECT_NE(page.find("# \\fBkrt_cli vd \\-a create \\-r 1 \\-d 6,7 \\-n 2\\fR\ncmd success\n"), std::string::npos);
+    EXPECT_NE(page.find("\nCLI Version: "), std::string::npos);
+    EXPECT_NE(page.find(".SH EXIT STATUS\n"), std::string::npos);
+}
+
+TEST(Completion, OffersThePublicCommandsAndTheOptionsTheirHandlersParse)
 {
     EXPECT_EQ(complete({"krt_cli", ""}), publicNames());
     EXPECT_EQ(complete({"krt_cli", "1", "-output", "x.txt", ""}), publicNames());
     EXPECT_EQ(complete({"krt_cli", "?"}), std::set<std::string>{"?"});
     EXPECT_EQ(complete({"krt_cli", "ge"}), std::set<std::string>{"get"});
     EXPECT_EQ(complete({"krt_cli", "--"}), (std::set<std::string>{"--vid=0x", "--json", "--debug"}));
+    EXPECT_EQ(complete({"krt_cli", "help", "i"}),
+              (std::set<std::string>{"identify", "import", "info", "init", "inverse"}));
+    EXPECT_EQ(complete({"krt_cli", "he", "vd", "v"}), (std::set<std::string>{"vd", "version", "vpd", "vpdread"}));
+    for (int i = 0; i < generalCmdTableV1Size(); ++i) {
+        const Command_Info &entry = generalCmdTableV1[i];
+        if (entry.cmdHandler == generalCmdTableV1[1].cmdHandler)
+            continue;  // help and "?" take command names
+        SCOPED_TRACE(entry.cmd);
+        EXPECT_EQ(complete({"krt_cli", entry.cmd, "-"}), accepted(entry));
+    }
+    // An abbreviated command word is the command.
+    EXPECT_EQ(complete({"krt_cli", "ini", "--"}), (std::set<std::string>{"--action", "--vd_id", "--help"}));
 }
 
-TEST(Completion, OffersLongOptionsAndFixedValuesFromTheHelps)
+TEST(Completion, OffersFixedValuesTheHelpsSpellOut)
 {
     EXPECT_EQ(complete({"krt_cli", "info", "-o", ""}), (std::set<std::string>{"hba", "pd", "hd", "vd", "ld", "ns"}));
     EXPECT_EQ(complete({"krt_cli", "1", "vd", "--action", ""}), (std::set<std::string>{"create", "delete"}));
@@ -129,12 +180,7 @@ TEST(Completion, OffersLongOptionsAndFixedValuesFromTheHelps)
     // Values the usage lines spell out, beside those of the option list.
     EXPECT_EQ(complete({"krt_cli", "ns", "-a", ""}),
               (std::set<std::string>{"init", "create", "share", "attach", "detach"}));
-    EXPECT_EQ(complete({"krt_cli", "passthru", "--cd"}),
-              (std::set<std::string>{"--cdw2", "--cdw3", "--cdw10", "--cdw11", "--cdw12", "--cdw13"}));
-    EXPECT_EQ(complete({"krt_cli", "info", "--"}),
-              (std::set<std::string>{"--object", "--id", "--type", "--vd_id", "--help"}));
-    // Hidden commands get nothing.
-    EXPECT_TRUE(complete({"krt_cli", "gen", "-"}).empty());
+    EXPECT_TRUE(complete({"krt_cli", "gen", "-"}).empty());  // hidden commands get nothing
 }
 
 // The packages, as the PackageBuild test built them; a run of this program
