@@ -46,4 +46,39 @@ TEST(Readme, ExamplesRunAsWrittenAgainstTheSimulator)
     }
 }
 
+// The README's exit-status table: each row with an example is run on the
+// machine it names and must end with the status it gives.
+TEST(Readme, ExitStatusTableHolds)
+{
+    std::istringstream readme(krt_test::readFile(KRT_SOURCE_DIR "/README.md"));
+    int rows = 0;
+    bool inTable = false;
+    for (std::string line; std::getline(readme, line);) {
+        if (line.rfind("| Outcome | Machine | Example | Exit status |", 0) == 0) {
+            inTable = true;
+            continue;
+        }
+        if (!inTable || line.rfind("|---", 0) == 0)
+            continue;
+        if (line.rfind("|", 0) != 0)
+            break;
+        std::vector<std::string> cells;
+        std::istringstream in(line.substr(1));
+        for (std::string cell; std::getline(in, cell, '|');)
+            cells.push_back(cell.substr(1, cell.size() - 2));
+        ASSERT_EQ(cells.size(), 4u) << line;
+        if (cells[2].empty())
+            continue;
+        ASSERT_EQ(cells[2].rfind("`krt_cli ", 0), 0u) << line;
+        std::istringstream words(cells[2].substr(9, cells[2].size() - 10));
+        std::vector<std::string> argv;
+        for (std::string w; words >> w;)
+            argv.push_back(w);
+        krt_test::SimMachine machine(cells[1]);
+        EXPECT_EQ(machine.cli(argv).status, std::stoi(cells[3])) << line;
+        ++rows;
+    }
+    EXPECT_GE(rows, 15) << "the README's exit-status table was not found";
+}
+
 }  // namespace
