@@ -6,6 +6,8 @@
 #   make test RELEASE=1    the same suite in the Release configuration packagers use (build-release/)
 #   make bench      benchmarks
 #   make fuzz       every libFuzzer target for FUZZ_SECONDS each (clang, build-fuzz/)
+#   make coverage   the suite on a Debug build with gcov (build-coverage/), then the
+#                   line, function and branch coverage of src/ and of sim/
 #   make install    install krt_cli, its manual page and completion, and the simulator
 #                   (PREFIX=/usr/local, DESTDIR= as usual)
 #   make package    Debian packages krt-cli and krt-cli-sim, and the ESXi tarball (in $(BUILD)/packages)
@@ -25,7 +27,7 @@ else
 BUILD ?= build
 endif
 
-.PHONY: all deps deps-package deps-test configure build run test bench fuzz format clean install package
+.PHONY: all deps deps-package deps-test configure build run test bench fuzz coverage format clean install package
 
 all: build
 
@@ -74,8 +76,30 @@ fuzz:
 	cmake --build build-fuzz -j $(JOBS) --target fuzzers
 	tests/fuzz/run.sh build-fuzz $(FUZZ_SECONDS)
 
+# Coverage of the suite the way CI runs it, less the QEMU guest and the
+# package builds (they measure other programs). gcov's counters are merged
+# across the many processes of the end-to-end tests.
+COVERAGE_FLAGS = -DCMAKE_BUILD_TYPE=Debug -DKRT_STATIC_RUNTIME=OFF \
+	-DCMAKE_C_FLAGS=--coverage -DCMAKE_CXX_FLAGS=--coverage \
+	-DCMAKE_EXE_LINKER_FLAGS=--coverage -DCMAKE_SHARED_LINKER_FLAGS=--coverage
+COVERAGE_EXCLUDE ?= ^(LinuxHost|PackageBuild|Packages\.)
+
+build-coverage/CMakeCache.txt:
+	cmake -S . -B build-coverage $(COVERAGE_FLAGS)
+
+coverage: deps
+	@scripts/install-deps.sh coverage
+	$(MAKE) build-coverage/CMakeCache.txt
+	cmake --build build-coverage -j $(JOBS)
+	find build-coverage -name '*.gcda' -delete
+	cd build-coverage && ctest -j $(JOBS) --timeout 600 -E '$(COVERAGE_EXCLUDE)' || echo "make: some tests failed; coverage follows all the same"
+	@for part in src sim; do \
+	  echo "== coverage of $$part/"; \
+	  gcovr -r . --object-directory build-coverage --filter "$$part/" --print-summary -o /dev/null; \
+	done
+
 format:
 	git ls-files '*.cpp' '*.h' '*.h.in' | grep -v '\.in$$' | xargs clang-format -i
 
 clean:
-	rm -rf build build-asan build-release build-fuzz
+	rm -rf build build-asan build-release build-fuzz build-coverage

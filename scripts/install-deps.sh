@@ -8,6 +8,7 @@
 #                                     the Debian packages
 #   scripts/install-deps.sh qemu   the emulator set of the Linux-host test
 #                                  (tests/qemu): only `make test` asks for it
+#   scripts/install-deps.sh coverage   gcovr, for `make coverage`
 set -euo pipefail
 
 packages=(
@@ -26,7 +27,8 @@ for set in "$@"; do
     # The guest of tests/qemu: an emulator, a small initramfs and the standard
     # NVMe tool to compare with. Its kernel is unpacked by the test itself.
     qemu) packages+=(qemu-system-x86 busybox-static cpio nvme-cli) ;;
-    *) echo "install-deps: unknown set '$set' (known: fuzz, package, qemu)" >&2; exit 2 ;;
+    coverage) packages+=(gcovr) ;;
+    *) echo "install-deps: unknown set '$set' (known: fuzz, package, qemu, coverage)" >&2; exit 2 ;;
   esac
 done
 
