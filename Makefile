@@ -79,7 +79,7 @@ fuzz:
 # Coverage of the suite the way CI runs it, less the QEMU guest and the
 # package builds (they measure other programs). gcov's counters are merged
 # across the many processes of the end-to-end tests.
-COVERAGE_FLAGS = -DCMAKE_BUILD_TYPE=Debug -DKRT_STATIC_RUNTIME=OFF \
+COVERAGE_FLAGS = -DCMAKE_BUILD_TYPE=Debug \
 	-DCMAKE_C_FLAGS=--coverage -DCMAKE_CXX_FLAGS=--coverage \
 	-DCMAKE_EXE_LINKER_FLAGS=--coverage -DCMAKE_SHARED_LINKER_FLAGS=--coverage
 COVERAGE_EXCLUDE ?= ^(LinuxHost|PackageBuild|Packages\.)
@@ -95,7 +95,7 @@ coverage: deps
 	cd build-coverage && ctest -j $(JOBS) --timeout 600 -E '$(COVERAGE_EXCLUDE)' || echo "make: some tests failed; coverage follows all the same"
 	@for part in src sim; do \
 	  echo "== coverage of $$part/"; \
-	  gcovr -r . --object-directory build-coverage --filter "$$part/" --print-summary -o /dev/null; \
+	  gcovr -r . --object-directory build-coverage --exclude-directories "build-coverage/CMakeFiles" --filter "$$part/" --print-summary -o /dev/null; \
 	done
 
 format:
