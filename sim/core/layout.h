@@ -16,7 +16,7 @@ using KRT_S32 = std::int32_t;
 __extension__ typedef unsigned __int128 SimU128;
 
 constexpr char kStateMagic[8] = {'K', 'R', 'T', 'S', 'I', 'M', 'S', 'T'};
-constexpr KRT_U32 kStateFormat = 8;
+constexpr KRT_U32 kStateFormat = 9;
 
 constexpr int kMaxAdapters = 64;  // the driver's adapter list holds no more
 constexpr int kMaxPds = 32;       // back-end SSD slots per controller
@@ -36,7 +36,8 @@ struct SimFwStage {
     KRT_U32 crc;      // running CRC-32 (reflected 0xEDB88320, seed ~0, not inverted)
     KRT_U32 wordSum;  // wrapping sum of the image's 32-bit words
     KRT_U8 broken;    // a chunk arrived out of order
-    KRT_U8 reserved[3];
+    KRT_U8 content;   // a byte other than zero arrived: not a blank image
+    KRT_U8 reserved[2];
     char version[16];  // text after "KRTFW:" in the image, if any
 };
 

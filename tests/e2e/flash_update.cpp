@@ -211,6 +211,28 @@ TEST(FlashController, CommitOnlyResults)
              logLine(0x10, 0, {0x11}, "from", 0, 0x113));
 }
 
+// What arrives for an empty file, or a file of zero bytes, is no image: the
+// commit is refused and the slot keeps what it held.
+TEST(FlashImages, BlankImagesAreNotCommitted)
+{
+    Machine m("raid");
+    const std::string empty = image(m, "empty.bin", {}), zeros = image(m, "zeros.bin", Bytes(4096, 0));
+    m.expect({"flash", "-o", "hba", "-f", empty, "-s", "3", "-c", "0"}, 7,
+             kStarted +
+                 "Flash NVMe Controller firmware failed (error code: 263, Invalid firmware image, please check "
+                 "image and try again.)\n",
+             logLine(0x11, 0, {0x3FF, 0}, "to", 4096) + logLine(0x10, 0, {0x03}, "from", 0, 0x107));
+    EXPECT_TRUE(has(m.krtsim({"show"}).out, "  firmware slots: 1=2.1.35 (active); 4096 bytes downloaded\n"));
+
+    auto r = m.run({"flash", "-o", "pd", "-i", "1", "-f", zeros, "-s", "2", "-c", "1"});
+    EXPECT_EQ(r.status, 7);
+    EXPECT_EQ(r.out,
+              "Download firmware percentage:0\nInvalid Firmware Image (Status Code: 0x107)\n"
+              "Flash NVMe Controller disk 1 firmware failed.\n");
+    EXPECT_EQ(m.run({"flash", "-o", "pd", "-q", "firmware", "-i", "1"}).out,
+              "Slot count: 3\nActive Slot: 1, Next Active Slot: 0\n");
+}
+
 TEST(FlashSsd, ImageWithAPartialLastSegment)
 {
     Machine m("raid");
