@@ -16,7 +16,7 @@ using KRT_S32 = std::int32_t;
 __extension__ typedef unsigned __int128 SimU128;
 
 constexpr char kStateMagic[8] = {'K', 'R', 'T', 'S', 'I', 'M', 'S', 'T'};
-constexpr KRT_U32 kStateFormat = 9;
+constexpr KRT_U32 kStateFormat = 10;
 
 constexpr int kMaxAdapters = 64;  // the driver's adapter list holds no more
 constexpr int kMaxPds = 32;       // back-end SSD slots per controller
@@ -28,6 +28,11 @@ constexpr int kFwSlots = 7;
 constexpr int kSpiSize = 4096;
 constexpr int kSpiLogSize = 4096;
 constexpr int kBufferSize = 4096;
+
+// The download pace of a new machine: an 8 MiB controller image takes about
+// twelve seconds, as on a controller writing its flash.
+constexpr KRT_U32 kDefaultFwPace = 1500;
+constexpr KRT_U32 kMaxFwPace = 600000;
 
 // A firmware image being downloaded: the controller keeps its length, a
 // running CRC and word sum, and the version text found in it, not the bytes.
@@ -217,7 +222,10 @@ struct SimState {
     KRT_U8 reserved[3];
     SimClock clock;
     SimFault faults[kMaxFaults];
-    KRT_U8 reserved2[256];
+    // How long a firmware download takes, in milliseconds per MiB of image,
+    // waited out in real time by each download command; 0: no wait.
+    KRT_U32 fwPace;
+    KRT_U8 reserved2[252];
     SimAdapter adapters[kMaxAdapters];
 };
 

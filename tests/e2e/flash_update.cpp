@@ -3,6 +3,7 @@
 // firmware slots, and the options and images that send nothing.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -209,6 +210,25 @@ TEST(FlashController, CommitOnlyResults)
     m.expect({"flash", "-o", "hba", "-c", "2", "-s", "1"}, 0x13,
              kStarted + "Flash NVMe Controller firmware failed(Firmware commit rohibited)\n",
              logLine(0x10, 0, {0x11}, "from", 0, 0x113));
+}
+
+TEST(FlashController, ProgressShowsWhileTheControllerWritesItsFlash)
+{
+    Machine m("raid");
+    // 64 KiB at 40 s per MiB: a download of about two and a half seconds.
+    ASSERT_EQ(m.krtsim({"pace", "40000"}).status, 0);
+    const auto r = m.run({"flash", "-o", "hba", "-f", image(m, "fw.bin", pattern(64 << 10)), "-s", "2", "-c", "1"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(withoutPolls(r.out), kStarted + kDone);
+    std::vector<int> shown;
+    std::istringstream in(r.out);
+    const std::string poll = "flash NVMe Controller, percentage ";
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind(poll, 0) == 0)
+            shown.push_back(std::stoi(line.substr(poll.size())));
+    }
+    EXPECT_TRUE(std::is_sorted(shown.begin(), shown.end())) << r.out;
+    EXPECT_TRUE(std::any_of(shown.begin(), shown.end(), [](int p) { return p > 1 && p < 99; })) << r.out;
 }
 
 // What arrives for an empty file, or a file of zero bytes, is no image: the
