@@ -184,8 +184,9 @@ _NVME_NS_Info nsRecord(const SimAdapter &ad, const SimNs &ns, bool overlong)
     r.device_type = ns.deviceType;
     r.ID = ns.parent;
     r.Status = ns.status;
-    if (ns.deviceType == 1 && ns.parent < kMaxVds)
-        r.VDStatus = ad.vds[ns.parent].status;
+    // The state its VD reports, members out of sight included.
+    if (ns.deviceType == 1 && vdExists(ad, ns.parent))
+        r.VDStatus = vdRecord(ad, ns.parent, false).Status;
     r.LBADataSize = ns.lbaDataSize;
     r.SectorSize = ns.sectorSize;
     r.LBA = ns.lba;

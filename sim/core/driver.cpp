@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -109,6 +110,18 @@ void logCommand(StateFile &file, const SimAdapter &ad, const usr_io &io, std::sp
     (void)written;  // a lost log line must not fail the command
 }
 
+// A controller writes each image segment to its flash before the download
+// command completes: as long as the machine's pace says for the bytes taken.
+KRT_U64 downloadMicros(const SimState &st, const usr_io &io, KRT_U32 status)
+{
+    const KRT_U8 opcode = static_cast<KRT_U8>(io.cmd[0] & 0xFF);
+    const bool download = opcode == NVME_ADMIN_FW_DOWNLOAD ||
+                          (opcode == KRT_PD_CMD_TO_DISK && (io.cmd[14] & 0xFF) == NVME_ADMIN_FW_DOWNLOAD);
+    if (!download || status != 0)
+        return 0;
+    return static_cast<KRT_U64>(io.length) * std::min(st.fwPace, kMaxFwPace) * 1000 / (1u << 20);
+}
+
 int adminCommand(const Handle &h, usr_io &io)
 {
     if (io.length > 0 && io.addr == 0)
@@ -116,7 +129,7 @@ int adminCommand(const Handle &h, usr_io &io)
     StateFile *file = stateFile();
     if (file == nullptr)
         return EIO;
-    KRT_U32 delayMillis = 0;
+    KRT_U64 delayMicros = 0;
     {
         StateFile::Lock lock(*file);
         SimState &st = file->state();
@@ -128,16 +141,17 @@ int adminCommand(const Handle &h, usr_io &io)
         std::span<KRT_U8> data(reinterpret_cast<KRT_U8 *>(static_cast<uintptr_t>(io.addr)), io.length);
         FaultAction fault = takeFault(st, index, io.cmd);
         if (fault.effect == FAULT_DELAY)
-            delayMillis = fault.value;
+            delayMicros = static_cast<KRT_U64>(fault.value) * 1000;
         KRT_U32 status = executeAdmin(st, index, io.cmd, io.direction, data, fault);
+        delayMicros += downloadMicros(st, io, status);
         std::memset(io.comp, 0, sizeof io.comp);
         io.comp[3] = nvme_comp_dw3(status >> 8, status & 0xFF);
         io.status = status;
         logCommand(*file, st.adapters[index], io, data, status);
     }
     // A slow controller keeps its caller waiting, not the other processes.
-    if (delayMillis > 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(delayMillis));
+    if (delayMicros > 0)
+        std::this_thread::sleep_for(std::chrono::microseconds(delayMicros));
     return 0;
 }
 

@@ -683,6 +683,7 @@ bool buildFixture(std::string_view text, SimState &image, std::string *error)
         image.clock.realMillis = image.clock.baseMillis;
         image.clock.frozen = clock == "frozen";
         image.listFails = boolOr(doc, "list_fails", false, "fixture") ? 1 : 0;
+        image.fwPace = kDefaultFwPace;
         std::vector<json> adapters = expand(doc.value("adapters", json::array()), "adapters");
         if (adapters.size() > kMaxAdapters)
             fail("adapters", "at most 64 controllers");

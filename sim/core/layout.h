@@ -16,7 +16,7 @@ using KRT_S32 = std::int32_t;
 __extension__ typedef unsigned __int128 SimU128;
 
 constexpr char kStateMagic[8] = {'K', 'R', 'T', 'S', 'I', 'M', 'S', 'T'};
-constexpr KRT_U32 kStateFormat = 8;
+constexpr KRT_U32 kStateFormat = 10;
 
 constexpr int kMaxAdapters = 64;  // the driver's adapter list holds no more
 constexpr int kMaxPds = 32;       // back-end SSD slots per controller
@@ -29,6 +29,11 @@ constexpr int kSpiSize = 4096;
 constexpr int kSpiLogSize = 4096;
 constexpr int kBufferSize = 4096;
 
+// The download pace of a new machine: an 8 MiB controller image takes about
+// twelve seconds, as on a controller writing its flash.
+constexpr KRT_U32 kDefaultFwPace = 1500;
+constexpr KRT_U32 kMaxFwPace = 600000;
+
 // A firmware image being downloaded: the controller keeps its length, a
 // running CRC and word sum, and the version text found in it, not the bytes.
 struct SimFwStage {
@@ -36,7 +41,8 @@ struct SimFwStage {
     KRT_U32 crc;      // running CRC-32 (reflected 0xEDB88320, seed ~0, not inverted)
     KRT_U32 wordSum;  // wrapping sum of the image's 32-bit words
     KRT_U8 broken;    // a chunk arrived out of order
-    KRT_U8 reserved[3];
+    KRT_U8 content;   // a byte other than zero arrived: not a blank image
+    KRT_U8 reserved[2];
     char version[16];  // text after "KRTFW:" in the image, if any
 };
 
@@ -216,7 +222,10 @@ struct SimState {
     KRT_U8 reserved[3];
     SimClock clock;
     SimFault faults[kMaxFaults];
-    KRT_U8 reserved2[256];
+    // How long a firmware download takes, in milliseconds per MiB of image,
+    // waited out in real time by each download command; 0: no wait.
+    KRT_U32 fwPace;
+    KRT_U8 reserved2[252];
     SimAdapter adapters[kMaxAdapters];
 };
 

@@ -51,11 +51,39 @@ KRT_U8 getVd(Request &r)
     return VS_OK;
 }
 
+// The activity the controller is busy with: the one on the lowest-numbered
+// VD that has one, running or paused (a paused activity keeps its place
+// until it is resumed or stopped). -1 when it has none.
+int currentActivityVd(const SimAdapter &ad)
+{
+    for (int id = 0; id < kMaxVds; ++id)
+        if (ad.vds[id].present && ad.vds[id].bga.status != KRT_NVME_BGA_STATUS_NONE)
+            return id;
+    return -1;
+}
+
+// CDW14 names the VD. A query without one (CDW14 0) asks what the controller
+// is doing, and is also the query about VD 0: the two cannot be told apart.
+// The answer names the current activity with its VD in ID; while VD 0 exists
+// and is idle (the current activity is elsewhere), its status is NONE, as
+// VD 0's own progress reads it.
 KRT_U8 getVdBga(Request &r)
 {
-    if (!vdExists(r.ad, r.cdw14))
-        return VS_INVALID_LD;
-    put(r.out, 0, bgaRecord(r.ad.vds[r.cdw14].bga, static_cast<int>(r.cdw14)));
+    if (r.cdw14 != 0) {
+        if (!vdExists(r.ad, r.cdw14))
+            return VS_INVALID_LD;
+        put(r.out, 0, bgaRecord(r.ad.vds[r.cdw14].bga, static_cast<int>(r.cdw14)));
+        return VS_OK;
+    }
+    const int current = currentActivityVd(r.ad);
+    if (current < 0) {
+        put(r.out, 0, bgaRecord(SimBga{}, 0));
+        return VS_OK;
+    }
+    _NVME_BGA_STATUS record = bgaRecord(r.ad.vds[current].bga, current);
+    if (current != 0 && vdExists(r.ad, 0))
+        record.BgaStatus = KRT_NVME_BGA_STATUS_NONE;
+    put(r.out, 0, record);
     return VS_OK;
 }
 

@@ -64,8 +64,10 @@ KRT_U32 download(SimFwStage &stage, KRT_U32 cdw10, KRT_U32 cdw11, std::span<cons
     const std::span<const KRT_U8> chunk = data.first(static_cast<size_t>(length));
     if (stage.bytes == 0)
         stage.crc = 0xFFFFFFFFu;
-    for (KRT_U8 byte : chunk)
+    for (KRT_U8 byte : chunk) {
         stage.crc = kCrcTable[(stage.crc ^ byte) & 0xFF] ^ (stage.crc >> 8);
+        stage.content |= byte != 0 ? 1 : 0;
+    }
     for (size_t i = 0; i + 4 <= chunk.size(); i += 4) {
         KRT_U32 word = 0;
         std::memcpy(&word, chunk.data() + i, 4);
@@ -76,9 +78,17 @@ KRT_U32 download(SimFwStage &stage, KRT_U32 cdw10, KRT_U32 cdw11, std::span<cons
     return 0;
 }
 
+// Nothing has been downloaded since the last commit or reset.
+bool stageEmpty(const SimFwStage &stage)
+{
+    return stage.bytes == 0 && !stage.broken;
+}
+
+// What was downloaded is an image: whole, in order, and not blank. Nothing
+// but zero bytes is no image (it is what arrives for an empty file).
 bool stageUsable(const SimFwStage &stage)
 {
-    return stage.bytes > 0 && !stage.broken;
+    return stage.bytes > 0 && !stage.broken && stage.content;
 }
 
 // A slot's text as a version: a.b.c.d, or the a.b.c (major.minor.build) that
@@ -158,8 +168,8 @@ KRT_U32 commit(SimFwStage &stage, char (&slots)[kFwSlots][8], int slotCount, KRT
     switch (action) {
         case 3:
             // Activate the slot's image now; one just downloaded takes the
-            // slot first.
-            if (!stageUsable(stage)) {
+            // slot first, and must be an image.
+            if (stageEmpty(stage)) {
                 if (slots[slot - 1][0] == '\0')
                     return 0x106;
                 *activateNow = true;

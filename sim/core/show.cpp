@@ -107,6 +107,7 @@ std::string showState(SimState &st)
     const KRT_U64 now = clockMillis(st.clock);
     append(out, "clock: %s at %llu.%03llu s\n", st.clock.frozen ? "frozen" : "running",
            static_cast<unsigned long long>(now / 1000), static_cast<unsigned long long>(now % 1000));
+    append(out, "firmware download pace: %u ms per MiB\n", st.fwPace);
     if (st.listFails)
         out += "fault: adapter list fails\n";
     for (const SimFault &f : st.faults) {

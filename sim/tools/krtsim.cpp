@@ -35,6 +35,8 @@ const char kUsage[] =
     "  fault vanish N                   adapter N stays listed but cannot be opened\n"
     "  fault list-fail                  the driver refuses the adapter list\n"
     "  clock freeze | clock run | clock advance SECONDS\n"
+    "  pace [MS]                        firmware downloads take MS milliseconds per MiB (0: no wait;\n"
+    "                                   a new machine: 1500); without MS, print the pace\n"
     "  reboot                           shut the host down and boot it again (committed firmware runs)\n"
     "  exec -- CMD [ARGS...]            run CMD against this machine\n";
 
@@ -267,6 +269,23 @@ int doClock(const std::vector<std::string> &args)
     return 0;
 }
 
+int doPace(const std::vector<std::string> &args)
+{
+    unsigned long long pace = 0;
+    if (args.size() > 1 || (args.size() == 1 && !parseNumber(args[0], kMaxFwPace, &pace)))
+        return usage();
+    auto file = openState();
+    if (!file)
+        return 1;
+    StateFile::Lock lock(*file);
+    SimState &st = file->state();
+    if (args.empty())
+        std::printf("%u\n", st.fwPace);
+    else
+        st.fwPace = static_cast<KRT_U32>(pace);
+    return 0;
+}
+
 int doReboot(const std::vector<std::string> &args)
 {
     if (!args.empty())
@@ -343,5 +362,7 @@ int main(int argc, char **argv)
         return doExec(args);
     if (command == "reboot")
         return doReboot(args);
+    if (command == "pace")
+        return doPace(args);
     return usage();
 }

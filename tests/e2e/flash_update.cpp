@@ -3,6 +3,7 @@
 // firmware slots, and the options and images that send nothing.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -209,6 +210,47 @@ TEST(FlashController, CommitOnlyResults)
     m.expect({"flash", "-o", "hba", "-c", "2", "-s", "1"}, 0x13,
              kStarted + "Flash NVMe Controller firmware failed(Firmware commit rohibited)\n",
              logLine(0x10, 0, {0x11}, "from", 0, 0x113));
+}
+
+TEST(FlashController, ProgressShowsWhileTheControllerWritesItsFlash)
+{
+    Machine m("raid");
+    // 64 KiB at 40 s per MiB: a download of about two and a half seconds.
+    ASSERT_EQ(m.krtsim({"pace", "40000"}).status, 0);
+    const auto r = m.run({"flash", "-o", "hba", "-f", image(m, "fw.bin", pattern(64 << 10)), "-s", "2", "-c", "1"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(withoutPolls(r.out), kStarted + kDone);
+    std::vector<int> shown;
+    std::istringstream in(r.out);
+    const std::string poll = "flash NVMe Controller, percentage ";
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind(poll, 0) == 0)
+            shown.push_back(std::stoi(line.substr(poll.size())));
+    }
+    EXPECT_TRUE(std::is_sorted(shown.begin(), shown.end())) << r.out;
+    EXPECT_TRUE(std::any_of(shown.begin(), shown.end(), [](int p) { return p > 1 && p < 99; })) << r.out;
+}
+
+// What arrives for an empty file, or a file of zero bytes, is no image: the
+// commit is refused and the slot keeps what it held.
+TEST(FlashImages, BlankImagesAreNotCommitted)
+{
+    Machine m("raid");
+    const std::string empty = image(m, "empty.bin", {}), zeros = image(m, "zeros.bin", Bytes(4096, 0));
+    m.expect({"flash", "-o", "hba", "-f", empty, "-s", "3", "-c", "0"}, 7,
+             kStarted +
+                 "Flash NVMe Controller firmware failed (error code: 263, Invalid firmware image, please check "
+                 "image and try again.)\n",
+             logLine(0x11, 0, {0x3FF, 0}, "to", 4096) + logLine(0x10, 0, {0x03}, "from", 0, 0x107));
+    EXPECT_TRUE(has(m.krtsim({"show"}).out, "  firmware slots: 1=2.1.35 (active); 4096 bytes downloaded\n"));
+
+    auto r = m.run({"flash", "-o", "pd", "-i", "1", "-f", zeros, "-s", "2", "-c", "1"});
+    EXPECT_EQ(r.status, 7);
+    EXPECT_EQ(r.out,
+              "Download firmware percentage:0\nInvalid Firmware Image (Status Code: 0x107)\n"
+              "Flash NVMe Controller disk 1 firmware failed.\n");
+    EXPECT_EQ(m.run({"flash", "-o", "pd", "-q", "firmware", "-i", "1"}).out,
+              "Slot count: 3\nActive Slot: 1, Next Active Slot: 0\n");
 }
 
 TEST(FlashSsd, ImageWithAPartialLastSegment)

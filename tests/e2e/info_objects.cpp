@@ -114,6 +114,23 @@ TEST(InfoRaid, Namespaces)
     EXPECT_TRUE(has(m.krtsim({"log"}).out, "cdw12=0x00ff01e5"));  // per VD, all of them
 }
 
+TEST(InfoRaid, NamespacesFollowTheirVirtualDisk)
+{
+    SimMachine m("raid");  // NS 1 and 2 on VD 0 (PDs 0-3), NS 3 on VD 1
+    const std::string healthy = "VD status:           Healthy\n", unhealthy = "VD status:           Unhealthy\n";
+    // PD 0's reset line held: VD 0 goes on without it.
+    ASSERT_EQ(m.cli({"reset", "-t", "perstn", "-a", "off", "-i", "0"}).status, 0);
+    EXPECT_TRUE(has(m.cli({"info", "-o", "vd", "-i", "0"}).out, "Status:              Degrade\n"));
+    for (const std::vector<std::string> &words :
+         {std::vector<std::string>{"info", "-o", "ns"}, std::vector<std::string>{"info", "-o", "ns", "-t", "vd"}}) {
+        const auto r = m.cli(words);
+        EXPECT_EQ(occurrences(r.out, unhealthy), 2) << r.out;
+        EXPECT_EQ(occurrences(r.out, healthy), 1) << r.out;
+    }
+    ASSERT_EQ(m.cli({"reset", "-t", "perstn", "-a", "on", "-i", "0"}).status, 0);
+    EXPECT_EQ(occurrences(m.cli({"info", "-o", "ns"}).out, healthy), 3);
+}
+
 TEST(InfoRaid, Controller)
 {
     SimMachine m("raid");

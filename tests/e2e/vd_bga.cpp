@@ -230,8 +230,8 @@ TEST(BgaStop, MeasuredAgainstTheActivityTheControllerRuns)
     expectCases(
         m,
         {
-            // The status request names no VD: VD 1's own initialisation is
-            // not what the controller reports.
+            // The status request names no VD: the controller reports VD 0's
+            // paused rebuild, not VD 1's initialisation.
             {{"init", "-a", "stop", "-i", "1"},
              0,
              "BGA is rebuilding, it's not allowed to stop VD initialization\n",
@@ -254,7 +254,13 @@ TEST(BgaStop, MeasuredAgainstTheActivityTheControllerRuns)
                         "Invalid Field in Command (Status Code: 0x2)\n" + kFailed,
                         {query, stop}},
                        {{"rebuild", "-a", "stop", "-i", "0"}, 0, kSuccess, {query, stop}},
-                       // Nothing runs on VD 0 now: every stop is refused without a word.
+                       // VD 1's initialisation is what runs now.
+                       {{"mp", "-a", "stop", "-i", "1"},
+                        0,
+                        "BGA is doing VD initialization, it's not allowed to stop media patrol\n",
+                        {query}},
+                       {{"init", "-a", "stop", "-i", "1"}, 0, kSuccess, {query, "000004e3 00000000 00030001"}},
+                       // Nothing runs now: every stop is refused without a word.
                        {{"init", "-a", "stop", "-i", "1"}, 0, "", {query}},
                        {{"mp", "-a", "stop", "-i", "1"}, 0, "", {query}},
                        {{"rebuild", "-a", "stop", "-i", "1"}, 0, "", {query}},
@@ -262,6 +268,46 @@ TEST(BgaStop, MeasuredAgainstTheActivityTheControllerRuns)
     const std::string out = m.shell("--debug\nmp -a stop -i 0\n");
     EXPECT_EQ(out.substr(out.find("Set debug")),
               "Set debug mode to enable\nCDW[0] : 0x000000e2\nCDW[12]: 0x000002e3\ncmd_status: 0x0\n");
+}
+
+TEST(BgaStop, EachKindOnAVirtualDiskOtherThanZero)
+{
+    // VD 0 idle; VD 1 initialising, VD 2 rebuilding onto PD 7.
+    krt_test::TempDir dir;
+    krt_test::writeFile(dir.file("f.json"), R"({"adapters": [{"pd_count": 8, "vds": [
+        {"raid": "raid1", "members": [0, 1]},
+        {"raid": "raid5", "members": [2, 3, 4], "status": "initialization", "bga": {"type": "init", "percent": 30}},
+        {"raid": "raid5", "members": [5, 6, 65535], "status": "rebuilding",
+         "bga": {"type": "rebuild", "percent": 60, "target": 7}}]}]})");
+    SimMachine m(dir.file("f.json"));
+    // VD 0's own line stays as it is: it runs nothing.
+    EXPECT_FALSE(has(m.cli({"info", "-o", "vd", "-i", "0"}).out, "BGA progress:"));
+    const std::string query = "000002e3 00000000 00000000";
+    auto stop = [](const char *vd) { return std::string("000004e3 00000000 0003000") + vd; };
+    expectCases(m, {
+                       // The controller names the activity of the lowest VD that has one.
+                       {{"rebuild", "-a", "stop", "-i", "2"},
+                        0,
+                        "BGA is doing VD initialization, it's not allowed to stop VD rebuild\n",
+                        {query}},
+                       {{"init", "-a", "stop", "-i", "1"}, 0, kSuccess, {query, stop("1")}},
+                       {{"rebuild", "-a", "stop", "-i", "2"}, 0, kSuccess, {query, stop("2")}},
+                       {{"mp", "-i", "1"}, 0, kSuccess, {"00000ae3 00000000 00000001"}},
+                       {{"init", "-a", "stop", "-i", "1"},
+                        0,
+                        "BGA is doing media patrol, it's not allowed to stop VD initialization\n",
+                        {query}},
+                       {{"mp", "-a", "stop", "-i", "1"}, 0, kSuccess, {query, stop("1")}},
+                       {{"mp", "-a", "stop", "-i", "1"}, 0, "", {query}},
+                       // Without a VD 0 at all.
+                       {{"vd", "-a", "delete", "-i", "0"}, 0, kSuccess, {"000004e2 00000000 00000000"}},
+                       {{"mp", "-i", "1"}, 0, kSuccess, {"00000ae3 00000000 00000001"}},
+                       {{"mp", "-a", "stop", "-i", "1"}, 0, kSuccess, {query, stop("1")}},
+                   });
+    const RunResult r = m.cli({"info", "-o", "vd"});
+    EXPECT_FALSE(has(r.out, "BGA progress:"));
+    EXPECT_EQ(occurrences(r.out, "Status:              Functional\n"), 1);
+    EXPECT_EQ(occurrences(r.out, "Status:              Degrade\n"), 1);
 }
 
 // ---------------------------------------------------------------- stories

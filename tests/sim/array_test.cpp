@@ -77,6 +77,35 @@ TEST(SimArray, RebuildRunsWithTheClock)
     EXPECT_EQ(vd.PDIDs[3], 9);
 }
 
+TEST(SimArray, ActivityQueryWithoutAVdNamesTheCurrentOne)
+{
+    krt_test::TempDir dir;
+    krt_test::writeFile(dir.file("f.json"), R"({"adapters": [{"pd_count": 8, "vds": [
+        {"raid": "raid1", "members": [0, 1]},
+        {"id": 2, "raid": "raid5", "members": [2, 3, 4], "bga": {"type": "init", "state": "paused", "percent": 30}},
+        {"id": 3, "raid": "raid1", "members": [5, 6], "bga": {"type": "media_patrol", "percent": 5}}]}]})");
+    LibMachine m(dir.file("f.json"));
+    struct Expected {
+        KRT_U8 type, id, percent, status;
+    };
+    auto expectCurrent = [&](const Expected &e, const char *what) {
+        const _NVME_BGA_STATUS b = activity(m, 0);
+        EXPECT_EQ((std::vector<int>{b.BgaType, b.ID, b.Percentage, b.BgaStatus}),
+                  (std::vector<int>{e.type, e.id, e.percent, e.status}))
+            << what;
+    };
+    // The lowest VD with an activity, paused or not; VD 0 itself is idle.
+    expectCurrent({KRT_BGA_INIT, 2, 30, KRT_NVME_BGA_STATUS_NONE}, "VD 2's, with VD 0's idle status");
+    EXPECT_EQ(activity(m, 3).BgaStatus, KRT_NVME_BGA_STATUS_RUNNING) << "a VD named in CDW14 answers for itself";
+    ASSERT_EQ(m.act(krt_cdw12(0xE2, 4, 0)), 0u);
+    expectCurrent({KRT_BGA_INIT, 2, 30, KRT_NVME_BGA_STATUS_PAUSE}, "no VD 0: the activity's own status");
+    ASSERT_EQ(m.act(krt_cdw12(0xE3, 4, 0), 0, 0x00030002), 0u);
+    expectCurrent({KRT_BGA_MEDIA_PATROL, 3, 5, KRT_NVME_BGA_STATUS_RUNNING}, "VD 3's once VD 2's stopped");
+    ASSERT_EQ(m.act(krt_cdw12(0xE3, 4, 0), 0, 0x00030003), 0u);
+    expectCurrent({0, 0, 0, KRT_NVME_BGA_STATUS_NONE}, "nothing left");
+    EXPECT_EQ(m.query(krt_cdw12(0xE3, 2, 0))[4], 0);
+}
+
 TEST(SimLogs, EventRingWrapsInWholeLinesAndSpiLogComesInChunks)
 {
     krt_test::TempDir dir;

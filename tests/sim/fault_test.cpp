@@ -132,10 +132,11 @@ TEST(SimTool, ExecRunsAgainstThisMachineAndBadWordsAreUsageErrors)
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, m.machine().statePath() + "\n" + krt_test::simLibDir() + "\n");
     EXPECT_EQ(krt_test::runProcess({krt_test::krtsimPath(), "exec", "--", "/no/such/program"}, o).status, 127);
-    for (const char *line : {"fault add", "fault add --status", "fault add --status 0", "fault add --whatever",
-                             "fault add --status 0x2 --bad-sign", "fault add --count 0 --bad-sign",
-                             "fault add --opcode 0x100 --bad-sign", "fault add --adapter x --bad-sign", "fault vanish",
-                             "fault", "clock advance -5", "clock backwards", "exec", "frobnicate", ""})
+    for (const char *line :
+         {"fault add", "fault add --status", "fault add --status 0", "fault add --whatever",
+          "fault add --status 0x2 --bad-sign", "fault add --count 0 --bad-sign", "fault add --opcode 0x100 --bad-sign",
+          "fault add --adapter x --bad-sign", "fault vanish", "fault", "clock advance -5", "clock backwards", "exec",
+          "pace -1", "pace 600001", "pace 1 2", "frobnicate", ""})
         EXPECT_EQ(m.run(line).status, 2) << line;
 }
 

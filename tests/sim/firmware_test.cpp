@@ -46,6 +46,16 @@ TEST(SimFirmware, ControllerDownloadCommitAndSlots)
     EXPECT_EQ(slots[0], 2);
     EXPECT_EQ(text(slots.data() + 16, 7), "3.4.5.6");
     EXPECT_EQ(m.send(commit(1 << 3 | 3)), 0x107u) << "a commit uses the image up";
+
+    // Zero bytes only: no image, neither to store nor to activate, for the
+    // controller and for an SSD.
+    const std::vector<KRT_U8> blank(4096, 0);
+    ASSERT_EQ(downloadImage(m, blank), 0u);
+    EXPECT_EQ(m.send(commit(1 << 3 | 3)), 0x107u);
+    EXPECT_EQ(m.send(commit(3 << 3 | 2)), 0x107u) << "not slot 2's image instead";
+    const Words toDisk = cmd({{0, KRT_PD_CMD_TO_DISK}, {1, 1}, {10, 1023}, {14, NVME_ADMIN_FW_DOWNLOAD}});
+    ASSERT_EQ(m.send(toDisk, blank), 0u);
+    EXPECT_EQ(m.send(cmd({{0, KRT_PD_CMD_TO_DISK}, {1, 1}, {10, 1 << 3 | 2}, {14, NVME_ADMIN_FW_COMMIT}})), 0x107u);
 }
 
 TEST(SimFirmware, RawImageActivationChecksTheCrc)

@@ -64,10 +64,18 @@ TEST(SimState, MissingStaleAndForeignFiles)
     ASSERT_EQ(m.list(list), 0);
     EXPECT_EQ(list.count, 3u);
 
-    // A missing file is created from raid.
-    setenv("KRTSIM_STATE", m.machine().dir().file("fresh").c_str(), 1);
+    // A missing file is created from raid, with firmware downloads paced
+    // for a person (a reset machine is paced alike).
+    krt_test::RunOptions fresh;
+    fresh.env["KRTSIM_STATE"] = m.machine().dir().file("fresh");
+    setenv("KRTSIM_STATE", fresh.env["KRTSIM_STATE"].c_str(), 1);
     ASSERT_EQ(m.list(list), 0);
     EXPECT_EQ(list.count, 1u);
+    EXPECT_EQ(krt_test::runProcess({krt_test::krtsimPath(), "pace"}, fresh).out, "1500\n");
+    ASSERT_EQ(krt_test::runProcess({krt_test::krtsimPath(), "reset", "jbof"}, fresh).status, 0);
+    EXPECT_TRUE(krt_test::has(krt_test::runProcess({krt_test::krtsimPath(), "show"}, fresh).out,
+                              "firmware download pace: 1500 ms per MiB\n"));
+    EXPECT_EQ(m.run("pace").out, "0\n") << "the test machine takes images at once";
 }
 
 TEST(SimClock, ActivitiesAdvanceOnlyWithTheClock)

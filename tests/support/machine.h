@@ -24,7 +24,8 @@ class SimMachine {
     RunResult cli(const std::vector<std::string> &words, const RunOptions &options = {}) const;
     // Typed lines run in the shell (an "exit" line is added); what it printed.
     std::string shell(const std::string &lines) const;
-    // krtsim with the given words, against this machine.
+    // krtsim with the given words, against this machine. A reset also sets
+    // the firmware download pace to 0 (no wait).
     RunResult krtsim(const std::vector<std::string> &words) const;
     // The environment that points the platform library at this machine.
     RunOptions env(RunOptions options = {}) const;
