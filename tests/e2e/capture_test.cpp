@@ -112,13 +112,14 @@ bool readsOnly(const std::string &line)
     return opc == "0xcb" && among(lists, pair.substr(0, pair.find(',', pair.find(',') + 1)));
 }
 
-// A ring that has wrapped, SSD figures no shipped machine has, and a
-// namespace that is shared.
+// A ring that has wrapped, SSD figures no shipped machine has, a shared
+// namespace, and device texts that are not plain text.
 const char kWrapped[] = R"({"adapters": [{"event_fill": 300,
     "pds": [{"critical_warning": 2, "smart_temperature": 330, "temperature_sensors": [330, 320],
-             "thermal": [1, 2, 3, 4], "media_errors": "0x10000000000000001"}, {}, {}, {"fw_slots": ["1.0.3", "1.1.0"],
-             "fw_next": 2}],
-    "vds": [{"raid": "raid10", "members": [0, 1, 2, 3], "namespaces": [{"shared": true}, {"active": false}]}]}]})";
+             "thermal": [1, 2, 3, 4], "media_errors": "0x10000000000000001"}, {"model": {"hex": "4e564d65ff00"}}, {},
+            {"fw_slots": ["1.0.3", "1.1.0"], "fw_next": 2}],
+    "vds": [{"raid": "raid10", "members": [0, 1, 2, 3], "name": {"hex": "6461746100ff"},
+             "namespaces": [{"shared": true}, {"active": false}]}]}]})";
 
 TEST(Capture, RebuiltMachinesAnswerEveryReadOnlyCommandAsTheOriginal)
 {
