@@ -381,10 +381,7 @@ int attachOnlyVd(KRT_U16 index, KRT_U32 select)
     return 0;
 }
 
-}  // namespace
-
-namespace {
-
+// The scan start-up left for the first question, if it has not run yet.
 void runPendingScan()
 {
     if (gPendingRoot.empty())
