@@ -1,5 +1,6 @@
 // info -o pd: the back-end SSDs.
 #include <cstring>
+#include <string>
 
 #include "commands/info.h"
 #include "commands/verdict.h"
@@ -33,7 +34,8 @@ void HD_PrintInfo(const _NVME_PD_Info &pd, bool isJBOF)
     out.str("Serial:", boundedTextNoLeadingBlanks(pd.SerialNo, sizeof(pd.SerialNo)));
     std::snprintf(text, sizeof(text), "%d bytes", static_cast<int>(pd.SectorSize));
     out.typed("Sector Size:", text, json_output::Value::number(pd.SectorSize), "sector_size_bytes");
-    out.num("LBA:", static_cast<long>(pd.LBA));
+    // The text shows the count as a signed number; a script gets it as sent.
+    out.typed("LBA:", std::to_string(static_cast<long>(pd.LBA)), json_output::Value::number(pd.LBA));
     out.gigabytes("Size:", sizeInGigabytes(pd.SectorSize, pd.LBA));
     out.extra("size_bytes", json_output::Value::number(sizeInBytes(pd.SectorSize, pd.LBA)));
     out.num("SSD backend RC/Slot ID:", pd.SSDAdapterID + base);
