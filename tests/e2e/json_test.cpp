@@ -516,7 +516,7 @@ TEST(JsonVerdict, EveryFailureOfTheSuiteSaysWhatItIs)
 
 // What main says before and around the commands. Its notes come with the
 // start-up's calls of json_output::noteResult.
-TEST(JsonVerdict, DISABLED_StartUpAndShellLines)
+TEST(JsonVerdict, StartUpAndShellLines)
 {
     SchemaCheck check;
     const auto kindOf = [&check](const RunResult &run, const std::string &where) {
