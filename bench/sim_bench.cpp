@@ -1,17 +1,20 @@
 // Cost of the simulator as the tool sees it: one admin command through the
 // platform library (handle opened and closed around it, as the tool does),
-// and whole krt_cli runs against the `raid` and the 64-controller `large`
-// machines.
+// whole krt_cli runs against the `raid` and the 64-controller `large`
+// machines, and what the simulator adds to the tool's start.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "krt/admin.h"
 #include "krt/driver.h"
@@ -141,6 +144,52 @@ void BM_CliInfoHba(benchmark::State &state, const char *fixture)
 }
 BENCHMARK_CAPTURE(BM_CliInfoHba, raid, "raid")->Unit(benchmark::kMillisecond)->Iterations(10)->Repetitions(3);
 BENCHMARK_CAPTURE(BM_CliInfoHba, large, "large")->Unit(benchmark::kMillisecond)->Iterations(5)->Repetitions(3);
+
+// Wall milliseconds of one whole run; negative when it did not end well.
+double runMillis(const std::vector<std::string> &argv, const krt_test::RunOptions &options)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const krt_test::RunResult r = krt_test::runProcess(argv, options);
+    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
+    return r.status == 0 ? took.count() : -1.0;
+}
+
+// The simulator's share of a start: `krt_cli version` against the `raid`
+// machine (discovery of its controller through the simulated library) and
+// with no platform library at all, in turn, pair by pair, so that a drift
+// of the machine's speed weighs on both. Counters: each one's mean
+// milliseconds and the median of the pairs' ratios (simulator / alone).
+void BM_StartWithSimulator(benchmark::State &state)
+{
+    const auto &m = machine("raid");
+    const krt_test::TempDir empty;
+    krt_test::RunOptions alone;
+    alone.env["LD_LIBRARY_PATH"] = empty.path();
+    alone.env["KRTSIM_STATE"] = empty.file("none.state");
+    const krt_test::RunOptions simulated = m.env();
+    const std::vector<std::string> argv{krt_test::cliPath(), "version"};
+    std::vector<double> ratios;
+    double aloneTotal = 0, simulatedTotal = 0;
+    for (auto _ : state) {
+        const double a = runMillis(argv, alone), s = runMillis(argv, simulated);
+        if (a <= 0 || s <= 0) {
+            state.SkipWithError("krt_cli version did not end with status 0");
+            break;
+        }
+        aloneTotal += a;
+        simulatedTotal += s;
+        ratios.push_back(s / a);
+    }
+    if (!ratios.empty()) {
+        std::sort(ratios.begin(), ratios.end());
+        const std::size_t n = ratios.size();
+        state.counters["alone_ms"] = aloneTotal / static_cast<double>(n);
+        state.counters["sim_ms"] = simulatedTotal / static_cast<double>(n);
+        state.counters["ratio"] = n % 2 == 1 ? ratios[n / 2] : (ratios[n / 2 - 1] + ratios[n / 2]) / 2;
+    }
+    m.krtsim({"log", "clear"});
+}
+BENCHMARK(BM_StartWithSimulator)->Unit(benchmark::kMillisecond)->Iterations(30)->Repetitions(3);
 
 }  // namespace
 

@@ -17,6 +17,7 @@ packages=(
   googletest libgtest-dev libgmock-dev            # tests
   libbenchmark-dev                                # bench/
   nlohmann-json3-dev                              # simulator fixtures
+  python3-jsonschema                              # the JSON schema check of the tests
 )
 # Further sets, only when asked for; several may be named at once.
 for set in "$@"; do

@@ -13,6 +13,7 @@
 
 #include "api/krt_api.h"
 #include "capture/capture.h"
+#include "commands/verdict.h"
 #include "line_editor.h"
 #include "shell/shell.h"
 #include "util/file_io.h"
@@ -23,6 +24,7 @@
 namespace {
 
 constexpr std::size_t kLineSize = 2048;
+constexpr char kNoSuchAdapter[] = "Adapter ID %d is not exist\n";
 
 // The name the output stream was opened under, for the one report of a
 // write that failed; empty while it is standard output.
@@ -126,6 +128,9 @@ int runShell()
             std::fflush(stream);
             std::fprintf(stderr, "krt_cli: input line of %d characters is too long (at most %zu allowed).\n", length,
                          sizeof buffer - 1);
+            json_output::noteResult(json_output::Verdict::UsageError,
+                                    "input line of " + std::to_string(length) + " characters is too long (at most " +
+                                        std::to_string(sizeof buffer - 1) + " allowed).");
             status = 1;
             if (json)
                 writeJsonDocument({}, 1);
@@ -134,7 +139,7 @@ int runShell()
 
         int count = 0;
         if (parse(&count, words, kMaxWords, buffer) == 0) {
-            std::fputs("Invalid quoted string.\n", stream);
+            tell(Verdict::UsageError, "Invalid quoted string.\n");
             if (json)
                 writeJsonDocument({}, 1);
             continue;
@@ -177,7 +182,8 @@ int run(int argc, char **argv)
         const long long number = static_cast<int>(static_cast<unsigned int>(value));
         const long long first = g_oneBaseMode == 1 ? 1 : 0;
         if (number - first < 0) {
-            std::printf("Adapter ID %d is not exist\n", static_cast<int>(number));
+            // Before "-output" is looked at: this one always reaches standard output.
+            tell(Verdict::NotFound, kNoSuchAdapter, static_cast<int>(number));
             return 0;
         }
         if (g_oneBaseMode == 1)
@@ -229,7 +235,7 @@ int run(int argc, char **argv)
 
     if (gNumAdaptersFound > 0) {
         if (gSpecificAdapterFlag == 1 && gNumAdaptersFound <= gCurrentAdapter) {
-            std::fprintf(stream, "Adapter ID %d is not exist\n", gCurrentAdapter + (g_oneBaseMode == 1 ? 1 : 0));
+            tell(Verdict::NotFound, kNoSuchAdapter, gCurrentAdapter + (g_oneBaseMode == 1 ? 1 : 0));
             return 0;
         }
         g_pAdInfos = static_cast<_NVME_Adapter_Info *>(std::calloc(gNumAdaptersFound, sizeof(_NVME_Adapter_Info)));
@@ -244,9 +250,9 @@ int run(int argc, char **argv)
     } else {
         gSysDenied = KRT_IsSysDenied();
         if (gSysDenied != 0) {
-            std::fputs("NVMe Controller is found, but need administrator permission.\n", stream);
+            tell(Verdict::NoController, "NVMe Controller is found, but need administrator permission.\n");
         } else {
-            std::fputs("No NVMe Controller is found.\n", stream);
+            tell(Verdict::NoController, "No NVMe Controller is found.\n");
         }
     }
 

@@ -17,7 +17,7 @@ void KRT_Init()
     // with neither gets the driver-list scan's own failure message.
     if (DeviceManagement_hasAdapterList() || registry->Scan() == 0)
         registry->ScanV2();
-    os_vol_scan("/");
+    os_vol_scan_on_demand("/");
 }
 
 void KRT_Final()

@@ -8,6 +8,9 @@
 
 #include "api/krt_api.h"
 #include "commands/commands.h"
+#include "commands/info.h"
+#include "commands/verdict.h"
+#include "util/fields.h"
 #include "util/state.h"
 #include "util/text.h"
 
@@ -60,10 +63,32 @@ bool unquoted(const char *arg, std::string &text)
     // Room for the copy and the terminator written one past it.
     std::vector<char> buffer(length + 2, '\0');
     if (noQuoteStrncpy(buffer.data(), arg, length) != 0) {
+        // The hint went to the terminal.
+        json_output::noteResult(Verdict::UsageError, "Please use double quotation mark to include strings.");
         return false;
     }
     text = buffer.data();
     return true;
+}
+
+// What a script needs to tell the controllers apart and to address one. The
+// text shows only their count.
+void listControllers(int base)
+{
+    const FieldWriter out(stream, 0);
+    for (int index = 0; index < gNumAdaptersFound; ++index) {
+        const auto at = static_cast<KRT_U16>(index);
+        out.beginRecord("controller");
+        out.extra("index", json_output::Value::number(index));
+        out.extra("nvme_controller_id", json_output::Value::number(index + base));
+        out.extra("bus_device_fun",
+                  json_output::Value::text(json_output::trimmed(orEmpty(KRT_Adapter_GetDeviceFun(at)))));
+        out.extra("device", json_output::Value::text(json_output::trimmed(orEmpty(KRT_Adapter_GetDevicePath(at)))));
+        out.extra("subnqn",
+                  json_output::Value::text(json_output::trimmed(controllerSubnqn(KRT_Adapter_GetDeviceSUBNQN(at)))));
+        out.extra("current", json_output::Value::boolean(index == gCurrentAdapter));
+        out.endRecord();
+    }
 }
 
 }  // namespace
@@ -84,17 +109,17 @@ int doAdapter(int argc, char **argv, const Command_Info *entry)
                 break;
             case 'i': {
                 if (!isNumber(optarg)) {
-                    std::fprintf(stream, "-i : invalid NVMe Controller id '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-i : invalid NVMe Controller id '%s'\n", optarg);
                     return 1;
                 }
                 const long number = std::strtol(optarg, nullptr, 10);
                 const long index = number - base;
                 if (index >= gNumAdaptersFound) {
-                    std::fprintf(stream, "NVMe Controller %d does not exist.\n", static_cast<int>(number));
+                    tell(Verdict::NotFound, "NVMe Controller %d does not exist.\n", static_cast<int>(number));
                     return 1;
                 }
                 if (index < 0) {
-                    std::fprintf(stream, "-i : invalid NVMe Controller id '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-i : invalid NVMe Controller id '%s'\n", optarg);
                     return 1;
                 }
                 idCell = static_cast<int>(index);
@@ -108,8 +133,8 @@ int doAdapter(int argc, char **argv, const Command_Info *entry)
                     return 1;
                 }
                 if (slot.size() > kSlotMax) {
-                    std::fprintf(stream, "-s : length of slot should be no more than %d characters\n",
-                                 static_cast<int>(kSlotMax));
+                    tell(Verdict::UsageError, "-s : length of slot should be no more than %d characters\n",
+                         static_cast<int>(kSlotMax));
                     return 1;
                 }
                 ++slotCount;
@@ -120,13 +145,13 @@ int doAdapter(int argc, char **argv, const Command_Info *entry)
                     return 1;
                 }
                 if (subnqn.size() > kSubnqnMax) {
-                    std::fprintf(stream, "-n : length of subnqn should be no more than %d characters\n",
-                                 static_cast<int>(kSubnqnMax));
+                    tell(Verdict::UsageError, "-n : length of subnqn should be no more than %d characters\n",
+                         static_cast<int>(kSubnqnMax));
                     return 1;
                 }
                 int found = 0;
                 if (!SetAdapterIdFromSUBNQN(subnqn.c_str(), &found)) {
-                    std::fprintf(stream, "SUBNQN \"%s\" does not exist.\n", subnqn.c_str());
+                    tell(Verdict::NotFound, "SUBNQN \"%s\" does not exist.\n", subnqn.c_str());
                     return 1;
                 }
                 subnqnCell = found;
@@ -138,6 +163,7 @@ int doAdapter(int argc, char **argv, const Command_Info *entry)
                 ++listCount;
                 break;
             case '?':
+                unknownOption();
                 return 1;
             default:
                 printCommandHelp(entry);
@@ -146,11 +172,10 @@ int doAdapter(int argc, char **argv, const Command_Info *entry)
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (idCount > 1 || slotCount > 1 || subnqnCount > 1 || listCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
 
@@ -158,34 +183,40 @@ int doAdapter(int argc, char **argv, const Command_Info *entry)
         // Asked again rather than trusted from start-up: the answer is the
         // registry's, whatever was typed with -i on this line.
         gNumAdaptersFound = static_cast<KRT_U8>(KRT_Adapter_GetCount());
-        std::fprintf(stream, "Total number of NVMe Controllers: %d\n", gNumAdaptersFound);
-        std::fprintf(stream, "Current default NVMe Controller ID for CLI commands: %d\n", gCurrentAdapter + base);
+        listControllers(base);
+        const FieldWriter out(stream, 0);
+        out.beginRecord("summary");
+        out.typed("Total number of NVMe Controllers:", std::to_string(gNumAdaptersFound),
+                  json_output::Value::number(gNumAdaptersFound), "total_of_hba");
+        out.typed("Current default NVMe Controller ID for CLI commands:", std::to_string(gCurrentAdapter + base),
+                  json_output::Value::number(gCurrentAdapter + base), "current_nvme_controller_id");
+        out.endRecord();
         return 0;
     }
     if (slotCount != 0) {
         if (idCount != 0) {
-            std::fputs("argument '-s' not allow use in the same time.\n", stream);
+            tell(Verdict::UsageError, "argument '-s' not allow use in the same time.\n");
             return 1;
         }
         int found = 0;
         if (!findAdapterId(slot.c_str(), &found)) {
-            std::fprintf(stream, "%s is not NVMe Controller\n", slot.c_str());
+            tell(Verdict::NotFound, "%s is not NVMe Controller\n", slot.c_str());
             return 0;
         }
         gCurrentAdapter = static_cast<KRT_U8>(found);
-        std::fprintf(stream, "Updated current NVMe Controller id : %d\n", found + base);
+        tell(Verdict::Ok, "Updated current NVMe Controller id : %d\n", found + base);
         return 0;
     }
     if (subnqnCount != 0) {
         gCurrentAdapter = static_cast<KRT_U8>(idCell);
-        std::fprintf(stream, "Updated current NVMe Controller id : %d\n", gCurrentAdapter + base);
+        tell(Verdict::Ok, "Updated current NVMe Controller id : %d\n", gCurrentAdapter + base);
         return 0;
     }
     if (idCount != 0) {
         gCurrentAdapter = static_cast<KRT_U8>(idCell);
         // The number chosen was shown by the "set as default" line; this one
         // reports the SUBNQN lookup, which did not run.
-        std::fprintf(stream, "Updated current NVMe Controller id : %d\n", subnqnCell);
+        tell(Verdict::Ok, "Updated current NVMe Controller id : %d\n", subnqnCell);
         return 0;
     }
     return 0;

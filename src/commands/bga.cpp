@@ -9,6 +9,7 @@
 #include "commands/commands.h"
 #include "commands/info.h"
 #include "commands/request_words.h"
+#include "commands/verdict.h"
 #include "util/state.h"
 #include "util/text.h"
 
@@ -164,7 +165,7 @@ int readOptions(int argc, char **argv, const Command_Info *entry, bool withPd, B
                 } else if (strcasecmp(optarg, "stop") == 0) {
                     o.stop = true;
                 } else {
-                    std::fprintf(stream, "-a : invalid action '%s'.\n", optarg);
+                    tell(Verdict::UsageError, "-a : invalid action '%s'.\n", optarg);
                     return 0;
                 }
                 ++o.actionCount;
@@ -176,7 +177,7 @@ int readOptions(int argc, char **argv, const Command_Info *entry, bool withPd, B
                 // Negative, or too wide for its field, where it would name
                 // another VD: refused alike.
                 if (!isNumber(optarg) || o.vdId < 0 || o.vdId > kMaxId) {
-                    std::fprintf(stream, "-i : invalid vd id '%s'.\n", optarg);
+                    tell(Verdict::UsageError, "-i : invalid vd id '%s'.\n", optarg);
                     return 0;
                 }
                 ++o.idCount;
@@ -186,17 +187,18 @@ int readOptions(int argc, char **argv, const Command_Info *entry, bool withPd, B
                     o.pdId = std::strtol(optarg, nullptr, 10) - base;
                 }
                 if (!isNumber(optarg) || o.pdId > kMaxId) {
-                    std::fprintf(stream, "-d : invalid pd id '%s'.\n", optarg);
+                    tell(Verdict::UsageError, "-d : invalid pd id '%s'.\n", optarg);
                     return 0;
                 }
                 if (o.pdId < 0) {
                     // Names -i, as this message always has.
-                    std::fprintf(stream, "-i : invalid pd id '%s'.\n", optarg);
+                    tell(Verdict::UsageError, "-i : invalid pd id '%s'.\n", optarg);
                     return 0;
                 }
                 ++o.pdCount;
                 break;
             case '?':
+                unknownOption();
                 return 0;
             default:
                 printCommandHelp(entry);
@@ -205,16 +207,15 @@ int readOptions(int argc, char **argv, const Command_Info *entry, bool withPd, B
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     // A repeated -d is not counted against the user: the last one wins.
     if (o.actionCount > 1 || o.idCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
     if (o.idCount == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 'i');
+        optionRequired(argv[0], 'i');
         return 0;
     }
     return -1;
@@ -228,6 +229,8 @@ bool stopAllowed(Activity activity)
     auto reply = newReply();
     sendInfoQuery(gCurrentAdapter, {KRT_CLASS_BGA, kStatusSubOpcode, 0, false, 0}, *reply);
     if (reply->cmd_status != 0) {
+        // A stop the controller's answer does not allow: refused without a word.
+        json_output::noteResult(Verdict::Refused);
         return false;
     }
     _NVME_BGA_STATUS bga{};
@@ -245,13 +248,15 @@ bool stopAllowed(Activity activity)
             running = Activity::MediaPatrol;
             break;
         default:
-            // Nothing, or an activity none of these commands stops.
+            // Nothing, or an activity none of these commands stops: refused
+            // without a word.
+            json_output::noteResult(Verdict::Refused);
             return false;
     }
     if (running == activity) {
         return true;
     }
-    std::fprintf(stream, "BGA is %s, it's not allowed to stop %s\n", words(running).running, words(activity).stopped);
+    tell(Verdict::Refused, "BGA is %s, it's not allowed to stop %s\n", words(running).running, words(activity).stopped);
     return false;
 }
 
@@ -264,7 +269,11 @@ int sendActivityRequest(KRT_U8 subOpcode, KRT_U32 cdw14)
     cmd.cdw_flag = kBgaCdwFlag;
     printRequestWords(cmd, {0, 12, 14});
     const KRT_U32 status = KRT_Adapter_PassthruAdmin(gCurrentAdapter, &cmd, nullptr, 0, nullptr, 0);
-    std::fputs(status == 0 ? CmdSuccess : CmdFailed, stream);
+    if (status == 0) {
+        tell(Verdict::Ok, CmdSuccess);
+    } else {
+        tell(Verdict::RequestFailed, CmdFailed);
+    }
     return static_cast<int>(status);
 }
 
@@ -315,7 +324,7 @@ int doSRebuild(int argc, char **argv, const Command_Info *entry)
     // An explicit start needs its target; a bare rebuild goes onto PD 0
     // unless -d names another.
     if (o.startGiven && o.pdCount == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 'd');
+        optionRequired(argv[0], 'd');
         return 0;
     }
     return sendActivityRequest(kRebuildSubOpcode, static_cast<KRT_U32>(o.vdId) | static_cast<KRT_U32>(o.pdId) << 16);

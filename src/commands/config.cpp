@@ -9,6 +9,7 @@
 #include "api/krt_api.h"
 #include "commands/commands.h"
 #include "commands/request_words.h"
+#include "commands/verdict.h"
 #include "util/fields.h"
 #include "util/state.h"
 #include "util/text.h"
@@ -130,15 +131,19 @@ bool isRaid(int index)
 bool typedAdapter(const char *text, bool nonNumberIsInvalid, int &index)
 {
     if (!isNumber(text)) {
-        std::fputs("-i : id is not a number\n", stream);
+        tell(Verdict::UsageError, "-i : id is not a number\n");
         if (nonNumberIsInvalid) {
             std::fprintf(stream, ErrorInvalidId, text);
         }
         return false;
     }
     const long long number = typedNumber(text) - oneBase();
-    if (number < 0 || number > gNumAdaptersFound - 1) {
-        std::fprintf(stream, ErrorInvalidId, text);
+    if (number < 0) {
+        tell(Verdict::UsageError, ErrorInvalidId, text);
+        return false;
+    }
+    if (number > gNumAdaptersFound - 1) {
+        tell(Verdict::NotFound, ErrorInvalidId, text);
         return false;
     }
     index = static_cast<int>(number);
@@ -193,14 +198,18 @@ const char *rateText(KRT_U8 rate)
     }
 }
 
-void Adapter_PrintConfig(const _NVME_Adapter_Config &config)
+// The settings of the controller `adapter` (its index), on `text` (none:
+// only in the JSON document).
+void Adapter_PrintConfig(const _NVME_Adapter_Config &config, int adapter, std::FILE *text = stream)
 {
-    const FieldWriter out(stream, kConfigLabelWidth);
+    const FieldWriter out(text, kConfigLabelWidth);
     out.beginRecord("settings");
-    out.str("Auto Rebuild:", config.AutoRebuildOn == 1 ? "on" : "off");
-    out.str("BGA Rate:", rateText(config.BGARate));
+    out.extra("index", json_output::Value::number(adapter));
+    out.extra("nvme_controller_id", json_output::Value::number(adapter + oneBase()));
+    out.choice("Auto Rebuild:", config.AutoRebuildOn == 1 ? "on" : "off", config.AutoRebuildOn);
+    out.choice("BGA Rate:", rateText(config.BGARate), config.BGARate);
     out.endRecord();
-    std::fputs("\n", stream);
+    out.heading("\n");
 }
 
 void printSettingsWords(const krt_admin_command_format &cmd, bool withCdw14)
@@ -232,12 +241,13 @@ int doSGet(int argc, char **argv, const Command_Info *entry)
                 break;
             case 'o':
                 if (strcasecmp(optarg, "hba") != 0) {
-                    std::fprintf(stream, "-o : invalid object '%s', should be NVMe Controller\n", optarg);
+                    tell(Verdict::UsageError, "-o : invalid object '%s', should be NVMe Controller\n", optarg);
                     return 1;
                 }
                 ++objectCount;
                 break;
             case '?':
+                unknownOption();
                 return 1;
             default:
                 printCommandHelp(entry);
@@ -246,15 +256,14 @@ int doSGet(int argc, char **argv, const Command_Info *entry)
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (idCount > 1 || objectCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
     if (objectCount == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 'o');
+        optionRequired(argv[0], 'o');
         return 1;
     }
 
@@ -267,9 +276,8 @@ int doSGet(int argc, char **argv, const Command_Info *entry)
         target = gCurrentAdapter;
     }
     if (!isRaid(gCurrentAdapter)) {
-        std::fputs(kJbofRefused, stream);
         // The result is the length of the message, as scripts have long seen it.
-        return static_cast<int>(std::strlen(kJbofRefused));
+        return tell(Verdict::Refused, kJbofRefused);
     }
 
     auto reply = std::make_unique<_NVMEReceiveData>();
@@ -284,7 +292,7 @@ int doSGet(int argc, char **argv, const Command_Info *entry)
         for (int pass = 0; pass < passes && result == 0; ++pass) {
             result = readConfig(gCurrentAdapter, cmd, *reply);
             if (result == 0) {
-                Adapter_PrintConfig(configOf(*reply));
+                Adapter_PrintConfig(configOf(*reply), gCurrentAdapter);
             }
         }
     } else if (target > 1) {
@@ -293,12 +301,12 @@ int doSGet(int argc, char **argv, const Command_Info *entry)
     } else {
         result = readConfig(static_cast<KRT_U16>(target), cmd, *reply);
         if (result == 0) {
-            Adapter_PrintConfig(configOf(*reply));
+            Adapter_PrintConfig(configOf(*reply), target);
         }
     }
 
     if (result != 0) {
-        std::fprintf(stream, "\nUnable to get configuration of NVMe Controller %d\n", target);
+        tell(Verdict::NotFound, "\nUnable to get configuration of NVMe Controller %d\n", target);
     }
     return result;
 }
@@ -330,7 +338,7 @@ int doSSet(int argc, char **argv, const Command_Info *entry)
                     autoRebuild = 1;
                 } else {
                     // The message has always named -c.
-                    std::fprintf(stream, "-c : invalid auto rebuild mode '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-c : invalid auto rebuild mode '%s'\n", optarg);
                     return 1;
                 }
                 haveAutoRebuild = true;
@@ -343,7 +351,7 @@ int doSSet(int argc, char **argv, const Command_Info *entry)
                 } else if (strcasecmp(optarg, "low") == 0) {
                     rate = kRateLow;
                 } else {
-                    std::fprintf(stream, "-r : invalid BGA rate '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-r : invalid BGA rate '%s'\n", optarg);
                     return 1;
                 }
                 ++rateCount;
@@ -353,19 +361,20 @@ int doSSet(int argc, char **argv, const Command_Info *entry)
                 const long long number = isNumber(optarg) ? typedNumber(optarg) : 0;
                 const KRT_U16 index = static_cast<KRT_U16>(number - oneBase());
                 if (!isNumber(optarg) || index > gNumAdaptersFound - 1) {
-                    std::fprintf(stream, "-v : invalid vd id '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-v : invalid vd id '%s'\n", optarg);
                     return 1;
                 }
                 break;
             }
             case 'o':
                 if (strcasecmp(optarg, "hba") != 0) {
-                    std::fprintf(stream, "-o : invalid object '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-o : invalid object '%s'\n", optarg);
                     return 1;
                 }
                 ++objectCount;
                 break;
             case '?':
+                unknownOption();
                 return 1;
             default:
                 printCommandHelp(entry);
@@ -374,26 +383,25 @@ int doSSet(int argc, char **argv, const Command_Info *entry)
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (objectCount > 1 || idCount > 1 || rateCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
     if (idCount == 0) {
         if (objectCount == 0 || gSpecificAdapterFlag != 1) {
-            std::fprintf(stream, OptionRequired, argv[0], 'i');
+            optionRequired(argv[0], 'i');
             return 1;
         }
         id = gCurrentAdapter;
     }
     if (objectCount == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 'o');
+        optionRequired(argv[0], 'o');
         return 1;
     }
     if (!isRaid(id)) {
-        std::fputs(kJbofRefused, stream);
+        tell(Verdict::Refused, kJbofRefused);
         return 1;
     }
 
@@ -401,7 +409,7 @@ int doSSet(int argc, char **argv, const Command_Info *entry)
     // are the controller's, and only the two settings go out.
     auto reply = std::make_unique<_NVMEReceiveData>();
     if (readConfig(static_cast<KRT_U16>(id), readConfigRequest(), *reply) != 0) {
-        std::fprintf(stream, "\nUnable to get configuration info of adapter %d\n", id);
+        tell(Verdict::NotFound, "\nUnable to get configuration info of adapter %d\n", id);
         return 1;
     }
     _NVME_Adapter_Config config = configOf(*reply);
@@ -412,7 +420,7 @@ int doSSet(int argc, char **argv, const Command_Info *entry)
         config.BGARate = rate;
     }
     if (!haveAutoRebuild && rateCount == 0) {
-        std::fputs("Invalid setting(s) for HBA\n", stream);
+        tell(Verdict::UsageError, "Invalid setting(s) for HBA\n");
         return 0;
     }
 
@@ -425,10 +433,12 @@ int doSSet(int argc, char **argv, const Command_Info *entry)
     printSettingsWords(cmd, true);
 
     if (KRT_Adapter_PassthruAdmin(static_cast<KRT_U16>(id), &cmd, nullptr, 0, nullptr, 0) != 0) {
-        std::fprintf(stream, "\nFailed to configure hba %d\n", id);
+        tell(Verdict::RequestFailed, "\nFailed to configure hba %d\n", id);
         return 1;
     }
-    std::fputs("HBA configuration is updated.\n", stream);
+    tell(Verdict::Ok, "HBA configuration is updated.\n");
+    // What the controller now holds, for a script that changed it.
+    Adapter_PrintConfig(config, id, nullptr);
     return 0;
 }
 

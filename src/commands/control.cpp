@@ -10,6 +10,7 @@
 #include "api/krt_api.h"
 #include "commands/commands.h"
 #include "commands/request_words.h"
+#include "commands/verdict.h"
 #include "util/fields.h"
 #include "util/state.h"
 #include "util/text.h"
@@ -194,7 +195,7 @@ int doSReset(int argc, char **argv, const Command_Info *entry)
             case 'a':
                 if (optarg == nullptr) {
                     // "--action cycle" leaves the word behind: nothing was chosen.
-                    std::fprintf(stream, OptionRequired, argv[0], 'a');
+                    optionRequired(argv[0], 'a');
                     return 0;
                 }
                 if (strcasecmp(optarg, "cycle") == 0) {
@@ -204,7 +205,7 @@ int doSReset(int argc, char **argv, const Command_Info *entry)
                 } else if (strcasecmp(optarg, "off") == 0) {
                     action = kActionOff;
                 } else {
-                    std::fprintf(stream, kInvalidAction, optarg);
+                    tell(Verdict::UsageError, kInvalidAction, optarg);
                     return 0;
                 }
                 ++actionCount;
@@ -212,7 +213,7 @@ int doSReset(int argc, char **argv, const Command_Info *entry)
             case 'i':
                 slot = typedSlot(optarg);
                 if (slot < 0) {
-                    std::fprintf(stream, "-i : invalid device id '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-i : invalid device id '%s'\n", optarg);
                     return 0;
                 }
                 ++slotCount;
@@ -225,12 +226,13 @@ int doSReset(int argc, char **argv, const Command_Info *entry)
                 } else if (strcasecmp(optarg, "power") == 0) {
                     type = kResetPower;
                 } else {
-                    std::fprintf(stream, "-t : invalid type '%s'.\n", optarg);
+                    tell(Verdict::UsageError, "-t : invalid type '%s'.\n", optarg);
                     return 0;
                 }
                 ++typeCount;
                 break;
             case '?':
+                unknownOption();
                 return 0;
             default:
                 printCommandHelp(entry);
@@ -239,24 +241,23 @@ int doSReset(int argc, char **argv, const Command_Info *entry)
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (slotCount > 1 || typeCount > 1 || actionCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
     if (type != kResetDevice && actionCount == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 'a');
+        optionRequired(argv[0], 'a');
         return 0;
     }
     if (type == kResetDevice && typeCount != 0 && actionCount != 0) {
-        std::fputs("Option action is not allow.\n", stream);
+        tell(Verdict::UsageError, "Option action is not allow.\n");
         return 0;
     }
     if (type == kResetPower && slot > kLastPowerPin) {
-        std::fprintf(stream, "Power Pin ID only support %d or %d\n", oneBase(),
-                     static_cast<int>(kLastPowerPin) + oneBase());
+        tell(Verdict::UsageError, "Power Pin ID only support %d or %d\n", oneBase(),
+             static_cast<int>(kLastPowerPin) + oneBase());
         return 1;
     }
 
@@ -266,7 +267,11 @@ int doSReset(int argc, char **argv, const Command_Info *entry)
         cdw14 |= static_cast<KRT_U32>(action) << 24;
     }
     const KRT_U32 status = sendControl(krt_cdw12(KRT_CLASS_PD, kResetSubOpcode, 0), true, cdw14, nullptr, 0);
-    std::fputs(status == 0 ? "Reset success\n" : "Reset failed.\n", stream);
+    if (status == 0) {
+        tell(Verdict::Ok, "Reset success\n");
+    } else {
+        tell(Verdict::RequestFailed, "Reset failed.\n");
+    }
     return static_cast<int>(status);
 }
 
@@ -292,7 +297,7 @@ int doSLed(int argc, char **argv, const Command_Info *entry)
                     object = KRT_CLASS_PD;
                 } else {
                     // The message has always named -m.
-                    std::fprintf(stream, "-m : invalid object '%s'.\n", optarg);
+                    tell(Verdict::UsageError, "-m : invalid object '%s'.\n", optarg);
                     return 0;
                 }
                 ++objectCount;
@@ -300,7 +305,7 @@ int doSLed(int argc, char **argv, const Command_Info *entry)
             case 'i':
                 slot = typedSlot(optarg);
                 if (slot < 0) {
-                    std::fprintf(stream, ErrorInvalidId, optarg);
+                    tell(Verdict::UsageError, ErrorInvalidId, optarg);
                     return 0;
                 }
                 ++slotCount;
@@ -315,12 +320,13 @@ int doSLed(int argc, char **argv, const Command_Info *entry)
                 } else if (strcasecmp(optarg, "qb") == 0) {
                     action = 3;
                 } else {
-                    std::fprintf(stream, kInvalidAction, optarg);
+                    tell(Verdict::UsageError, kInvalidAction, optarg);
                     return 0;
                 }
                 ++actionCount;
                 break;
             case '?':
+                unknownOption();
                 return 0;
             default:
                 printCommandHelp(entry);
@@ -329,24 +335,27 @@ int doSLed(int argc, char **argv, const Command_Info *entry)
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (objectCount > 1 || slotCount > 1 || actionCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
     const std::pair<int, char> required[] = {{objectCount, 'o'}, {slotCount, 'i'}, {actionCount, 'a'}};
     for (const auto &[count, letter] : required) {
         if (count == 0) {
-            std::fprintf(stream, OptionRequired, argv[0], letter);
+            optionRequired(argv[0], letter);
             return 0;
         }
     }
 
     const KRT_U32 cdw14 = static_cast<KRT_U32>(slot) | static_cast<KRT_U32>(action) << 16;
     const KRT_U32 status = sendControl(krt_cdw12(object, kLedSubOpcode, 0), true, cdw14, nullptr, 0);
-    std::fputs(status == 0 ? "LED control success\n" : "LED control failed.\n", stream);
+    if (status == 0) {
+        tell(Verdict::Ok, "LED control success\n");
+    } else {
+        tell(Verdict::RequestFailed, "LED control failed.\n");
+    }
     return static_cast<int>(status);
 }
 
@@ -369,12 +378,13 @@ int doInverse(int argc, char **argv, const Command_Info *entry)
                 } else if (strcasecmp(optarg, "inverse") == 0) {
                     action = Action::Inverse;
                 } else {
-                    std::fprintf(stream, kInvalidAction, optarg);
+                    tell(Verdict::UsageError, kInvalidAction, optarg);
                     return 0;
                 }
                 ++actionCount;
                 break;
             case '?':
+                unknownOption();
                 return 0;
             default:
                 printCommandHelp(entry);
@@ -383,15 +393,14 @@ int doInverse(int argc, char **argv, const Command_Info *entry)
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (actionCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
     if (actionCount == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 'a');
+        optionRequired(argv[0], 'a');
         return 0;
     }
 
@@ -400,9 +409,9 @@ int doInverse(int argc, char **argv, const Command_Info *entry)
         const KRT_U32 status =
             sendControl(krt_cdw12(KRT_CLASS_ADAPTER, kSetInverseSubOpcode, unit), false, 0, nullptr, 0);
         if (status == 0) {
-            std::fputs("Set Inverse success.\n", stream);
+            tell(Verdict::Ok, "Set Inverse success.\n");
         } else {
-            std::fprintf(stream, "Set Inverse failed.(error code: 0x%02x)\n", status);
+            tellFailed(status, "Set Inverse failed.(error code: 0x%02x)\n", status);
         }
         return static_cast<int>(status);
     }
@@ -415,12 +424,12 @@ int doInverse(int argc, char **argv, const Command_Info *entry)
         sendControl(krt_cdw12(KRT_CLASS_ADAPTER, kGetInverseSubOpcode, 0), false, 0, reply.get(), KRT_BUFFER_SIZE);
     const FieldWriter out(stream, kInverseLabelWidth);
     out.beginRecord("gpio_inverse");
-    out.str("GPIO 8,9,10,11 Inverse Status:", inverseText(reply[0]));
+    out.choice("GPIO 8,9,10,11 Inverse Status:", inverseText(reply[0]), reply[0]);
     out.endRecord();
     if (status == 0) {
-        std::fputs("Get Inverse Status success.\n", stream);
+        tell(Verdict::Ok, "Get Inverse Status success.\n");
     } else {
-        std::fprintf(stream, "Get Inverse Status failed.(error code: 0x%02x)\n", status);
+        tellFailed(status, "Get Inverse Status failed.(error code: 0x%02x)\n", status);
     }
     return static_cast<int>(status);
 }

@@ -6,6 +6,7 @@
 #include "api/krt_api.h"
 #include "commands/commands.h"
 #include "commands/request_words.h"
+#include "commands/verdict.h"
 #include "util/state.h"
 
 // --debug is hidden and has no help of its own.
@@ -73,7 +74,7 @@ int doDebug(int argc, char **argv, const Command_Info *entry)
     }
 
     dbg_enable = enable ? 1 : 0;
-    std::fprintf(stream, "Set debug mode to %s\n", enable ? "enable" : "disable");
+    tell(Verdict::Ok, "Set debug mode to %s\n", enable ? "enable" : "disable");
     return 0;
 }
 
@@ -94,7 +95,7 @@ int doSDEBUGLV(int argc, char **argv, const Command_Info *entry)
                 } else if (strcasecmp(optarg, "1") == 0) {
                     target = 1;
                 } else {
-                    std::fprintf(stream, "-t : invalid target '%s'.\n", optarg);
+                    tell(Verdict::UsageError, "-t : invalid target '%s'.\n", optarg);
                     return 0;
                 }
                 ++targetCount;
@@ -103,20 +104,21 @@ int doSDEBUGLV(int argc, char **argv, const Command_Info *entry)
                 printCommandHelp(entry);
                 return 0;
             default:
+                // getopt has said what was wrong.
+                unknownOption();
                 return 0;
         }
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (targetCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
     if (targetCount == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 't');
+        optionRequired(argv[0], 't');
         return 0;
     }
 
@@ -129,9 +131,9 @@ int doSDEBUGLV(int argc, char **argv, const Command_Info *entry)
     const KRT_U32 status = KRT_Adapter_PassthruAdmin(gCurrentAdapter, &cmd, nullptr, 0, nullptr, 0);
     const char *what = target == 0 ? "normal" : "error only";
     if (status == 0) {
-        std::fprintf(stream, "debug level access to %s success.\n", what);
+        tell(Verdict::Ok, "debug level access to %s success.\n", what);
     } else {
-        std::fprintf(stream, "debug level access to %s failed.\n", what);
+        tell(Verdict::RequestFailed, "debug level access to %s failed.\n", what);
     }
     return static_cast<int>(status);
 }

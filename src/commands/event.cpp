@@ -10,10 +10,12 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <optional>
 
 #include "api/krt_api.h"
 #include "commands/commands.h"
 #include "commands/request_words.h"
+#include "commands/verdict.h"
 #include "util/fields.h"
 #include "util/state.h"
 #include "util/text.h"
@@ -108,6 +110,32 @@ KRT_U32 toSeconds(std::string_view text)
 long long seqNumber(const _NVME_SA_Evt_Item &item)
 {
     return std::strtoll(item.seq, nullptr, 10);
+}
+
+// The sequence number for a script; none when the text is not a decimal
+// number that fits.
+std::optional<unsigned long long> seqValue(const char *seq)
+{
+    if (seq[0] == '\0' || !isNumber(seq))
+        return std::nullopt;
+    errno = 0;
+    const unsigned long long value = std::strtoull(seq, nullptr, 10);
+    if (errno == ERANGE)
+        return std::nullopt;
+    return value;
+}
+
+// A calendar time as ISO 8601 in UTC; none for a time since the boot.
+std::optional<std::string> isoTime(unsigned long seconds)
+{
+    if (seconds <= kCalendarStart)
+        return std::nullopt;
+    const auto when = static_cast<std::time_t>(seconds);
+    std::tm utc{};
+    char text[32];
+    if (gmtime_r(&when, &utc) == nullptr || std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc) == 0)
+        return std::nullopt;
+    return std::string(text);
 }
 
 }  // namespace
@@ -224,11 +252,17 @@ std::string _showTime(unsigned long seconds)
 
 void _showEvt(const _NVME_SA_Evt_Item &item)
 {
-    const FieldWriter out(stream, 0);
+    using json_output::Value;
+    // Labels joined to their values.
+    const FieldWriter out(stream, 0, "");
     out.beginRecord("event");
-    out.joined("Seq:", item.seq);
-    out.joined("Time:", _showTime(item.time).c_str());
-    out.joined("Message:", item.msg);
+    const std::optional<unsigned long long> seq = seqValue(item.seq);
+    out.typed("Seq:", item.seq, seq ? Value::number(*seq) : Value::null());
+    const std::optional<std::string> when = isoTime(item.time);
+    out.typed("Time:", _showTime(item.time), when ? Value::text(*when) : Value::null());
+    if (!when)
+        out.extra("time_since_boot_seconds", Value::number(item.time));
+    out.str("Message:", item.msg);
     out.endRecord();
 }
 
@@ -244,7 +278,7 @@ int getPageEventSA(int count)
         status = KRT_Adapter_PassthruAdmin(gCurrentAdapter, &cmd, nullptr, 0, page.get(), sizeof *page);
         if (status != 0) {
             // The other pages may still hold events.
-            std::fputs("\n event request fail\n", stream);
+            tell(Verdict::RequestFailed, "\n event request fail\n");
             continue;
         }
         readEventPage(*page, events);
@@ -254,12 +288,13 @@ int getPageEventSA(int count)
     // a file.
     if (events.empty()) {
         std::fputs("No events\n", stdout);
+        json_output::noteResult(Verdict::Ok, "No events");
         return static_cast<int>(status);
     }
     const std::vector<std::size_t> order = eventShowOrder(events, count);
     for (std::size_t i : order)
         _showEvt(events[i]);
-    std::printf("Total events: %d\n", static_cast<int>(order.size()));
+    FieldWriter(stdout, 0).num("Total events:", static_cast<int>(order.size()));
     return 0;
 }
 
@@ -279,12 +314,13 @@ int doSEvent(int argc, char **argv, const Command_Info *entry)
                 if (optarg == nullptr)  // --count without "=N"
                     break;
                 if (!isNumber(optarg)) {
-                    std::fprintf(stream, "-c : invalid count '%s'.\n", optarg);
+                    tell(Verdict::UsageError, "-c : invalid count '%s'.\n", optarg);
                     return 1;
                 }
                 count = toCount(optarg);
                 break;
             case '?':
+                unknownOption();
                 return 1;
             default:
                 printCommandHelp(entry);
@@ -293,11 +329,10 @@ int doSEvent(int argc, char **argv, const Command_Info *entry)
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (countGiven > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
     return getPageEventSA(count);

@@ -15,6 +15,7 @@
 
 #include "api/krt_api.h"
 #include "commands/commands.h"
+#include "commands/verdict.h"
 #include "firmware/image.h"
 #include "util/fields.h"
 #include "util/file_io.h"
@@ -109,6 +110,8 @@ constexpr KRT_U32 kFirmwareSlotLog = 0x007F0003;  // log 3, 128 dwords
 constexpr std::size_t kIdentifySize = 4096;
 constexpr std::size_t kSlotLogSize = 512;
 constexpr std::size_t kFirmwareUpdatesByte = 260;  // Identify Controller FRMW
+constexpr std::size_t kSlotRevisionsByte = 8;      // FRS1 of the slot log
+constexpr std::size_t kSlotRevisionSize = 8;
 
 // Back-end SSD requests: the forwarded opcode in CDW14, the disk in CDW1.
 constexpr KRT_U16 kFlagDiskDownload = 0x4C03;  // CDW0, 1, 10, 11, 14
@@ -118,6 +121,11 @@ constexpr KRT_U16 kFlagDiskLog = 0xC403;       // CDW0, 1, 10, 14, 15
 const char kAdapterFlashFailed[] =
     "start to flash NVMe Controller firmware failed (Invalid firmware image, please check image and try again.)\n";
 const char kFailedToOpen[] = "failed to open file %s\n";
+const char kAdapterFlashFailedCode[] =
+    "Flash NVMe Controller firmware failed (error code: %d, Invalid firmware image, please check image and try "
+    "again.)\n";
+// The result of a flash that the worker ended before the controller had a say.
+constexpr KRT_U32 kLocalFailure = 1;
 
 FlashObject parseObject(const char *word)
 {
@@ -203,15 +211,15 @@ krt_admin_command_format diskRequest(KRT_U8 opcode, KRT_U16 pdId, KRT_U8 forward
     return cmd;
 }
 
-// A disk download that went wrong; the command's result is what the message
-// printed.
-KRT_U32 diskDownloadFailed(KRT_U16 pdId)
+// A disk download that went wrong, because of the image (`kind` Refused) or
+// of a request; the command's result is what the message printed.
+KRT_U32 diskDownloadFailed(KRT_U16 pdId, Verdict kind)
 {
     close_file();
-    const int printed = std::fprintf(stream,
-                                     "\nStart to flash NVMe Controller disk %d firmware failed (Invalid firmware "
-                                     "image, please check image and try again.)\n",
-                                     shownDiskId(pdId));
+    const int printed = tell(kind,
+                             "\nStart to flash NVMe Controller disk %d firmware failed (Invalid firmware "
+                             "image, please check image and try again.)\n",
+                             shownDiskId(pdId));
     return static_cast<KRT_U32>(printed);
 }
 
@@ -238,7 +246,7 @@ int doFlash(int argc, char **argv, const Command_Info *entry)
             case 'o':
                 object = parseObject(optarg);
                 if (object == FlashObject::None) {
-                    std::fprintf(stream, "-o : invalid object '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-o : invalid object '%s'\n", optarg);
                     failed = true;
                 }
                 break;
@@ -247,14 +255,14 @@ int doFlash(int argc, char **argv, const Command_Info *entry)
                 if (strcasecmp(optarg, "raw") == 0) {
                     raw = true;
                 } else {
-                    std::fprintf(stream, "-t : invalid type '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-t : invalid type '%s'\n", optarg);
                     failed = true;
                 }
                 break;
             case 'i':
                 ++idCount;
                 if (!diskId(optarg, &pdId)) {
-                    std::fprintf(stream, "-i : invalid id '%s'.\n", optarg);
+                    tell(Verdict::UsageError, "-i : invalid id '%s'.\n", optarg);
                     failed = true;
                 }
                 break;
@@ -265,21 +273,21 @@ int doFlash(int argc, char **argv, const Command_Info *entry)
             case 's':
                 ++slotCount;
                 if (!smallNumber(optarg, 7, &slot)) {
-                    std::fprintf(stream, "-s : invalid firmware slot '%s'.\n", shown(optarg));
+                    tell(Verdict::UsageError, "-s : invalid firmware slot '%s'.\n", shown(optarg));
                     failed = true;
                 }
                 break;
             case 'c':
                 ++caCount;
                 if (!smallNumber(optarg, 7, &ca)) {
-                    std::fprintf(stream, "-c : invalid commit action '%s'.\n", shown(optarg));
+                    tell(Verdict::UsageError, "-c : invalid commit action '%s'.\n", shown(optarg));
                     failed = true;
                 }
                 break;
             case 'b':
                 ++bpCount;
                 if (!smallNumber(optarg, 1, &bootPartition)) {
-                    std::fprintf(stream, "-b : invalid boot partition id '%s'.\n", shown(optarg));
+                    tell(Verdict::UsageError, "-b : invalid boot partition id '%s'.\n", shown(optarg));
                     failed = true;
                 }
                 break;
@@ -288,7 +296,7 @@ int doFlash(int argc, char **argv, const Command_Info *entry)
                 if (optarg != nullptr && strcasecmp(optarg, "firmware") == 0) {
                     query = true;
                 } else {
-                    std::fprintf(stream, "-q : invalid query '%s'\n", shown(optarg));
+                    tell(Verdict::UsageError, "-q : invalid query '%s'\n", shown(optarg));
                     failed = true;
                 }
                 break;
@@ -296,6 +304,7 @@ int doFlash(int argc, char **argv, const Command_Info *entry)
                 printCommandHelp(entry);
                 return 0;
             case '?':
+                unknownOption();
                 failed = true;
                 parsing = false;
                 break;
@@ -306,20 +315,19 @@ int doFlash(int argc, char **argv, const Command_Info *entry)
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     // -o is not counted: the last one given wins.
     if (fileCount > 1 || idCount > 1 || slotCount > 1 || caCount > 1 || bpCount > 1 || typeCount > 1 ||
         queryCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
     if (failed)
         return 1;
     bool missing = false;
     if (object == FlashObject::None) {
-        std::fprintf(stream, OptionRequired, argv[0], 'o');
+        optionRequired(argv[0], 'o');
         missing = true;
     }
     if (query) {
@@ -328,7 +336,7 @@ int doFlash(int argc, char **argv, const Command_Info *entry)
         // ID is the current controller's number.
         if (object == FlashObject::Hba) {
             if (idCount != 0) {
-                std::fputs("illegal option 'i'\n", stream);
+                tell(Verdict::UsageError, "illegal option 'i'\n");
                 return 1;
             }
             showSlotInfo(gCurrentAdapter, 0, pdId);
@@ -336,33 +344,34 @@ int doFlash(int argc, char **argv, const Command_Info *entry)
             showSlotInfo(gCurrentAdapter, 1, pdId);
         } else {
             std::fputs("Unknown slot information request.", stdout);
+            json_output::noteResult(Verdict::UsageError, "Unknown slot information request.");
         }
         return 0;
     }
     if (!raw) {
         if (caCount == 0) {
-            std::fprintf(stream, OptionRequired, argv[0], 'c');
+            optionRequired(argv[0], 'c');
             missing = true;
         }
         if (slotCount == 0) {
-            std::fprintf(stream, OptionRequired, argv[0], 's');
+            optionRequired(argv[0], 's');
             missing = true;
         }
     }
     if (ca != kCaActivateSlot && ca != kCaReplaceNow && fileCount == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 'f');
+        optionRequired(argv[0], 'f');
         if (object == FlashObject::Pd && idCount == 0)
-            std::fprintf(stream, OptionRequired, argv[0], 'i');
+            optionRequired(argv[0], 'i');
         return 1;
     }
     if (object == FlashObject::Pd && idCount == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 'i');
+        optionRequired(argv[0], 'i');
         return 1;
     }
     if (missing)
         return 1;
     if (object == FlashObject::None) {
-        std::fputs("\nInvalid object.\n", stream);
+        tell(Verdict::UsageError, "\nInvalid object.\n");
         return 0;
     }
 
@@ -372,17 +381,17 @@ int doFlash(int argc, char **argv, const Command_Info *entry)
         return static_cast<int>(updateHdFlash(gCurrentAdapter, path, pdId, commit, ca));
     }
     if (idCount != 0) {
-        std::fputs("'-o hba' does not support '-i' action\n", stream);
+        tell(Verdict::UsageError, "'-o hba' does not support '-i' action\n");
         return 1;
     }
     KRT_U8 type = 0;
     if (raw) {
         if (caCount != 0) {
-            std::fputs("'-t raw' does not support '-c' action\n", stream);
+            tell(Verdict::UsageError, "'-t raw' does not support '-c' action\n");
             return 1;
         }
         if (slotCount != 0) {
-            std::fputs("'-t raw' does not support '-s' action\n", stream);
+            tell(Verdict::UsageError, "'-t raw' does not support '-s' action\n");
             return 1;
         }
         slot = 1;
@@ -394,7 +403,7 @@ int doFlash(int argc, char **argv, const Command_Info *entry)
 KRT_U32 checkFileSize(KRT_U16 adapter, const char *file)
 {
     if (open_file_for_flash(file) != 0) {
-        std::fprintf(stream, kFailedToOpen, file);
+        tell(Verdict::NotFound, kFailedToOpen, file);
         return 1;
     }
     const long length = get_file_length_for_flash();
@@ -406,42 +415,44 @@ KRT_U32 checkFileSize(KRT_U16 adapter, const char *file)
 KRT_U32 updateAdapterFlash(KRT_U16 adapter, const char *file, KRT_U8 slot, KRT_U8 ca, KRT_U8 type)
 {
     if (ca != kCaActivateSlot && file[0] != '\0' && checkFileSize(adapter, file) != 0) {
-        std::fputs(kAdapterFlashFailed, stream);
+        // An image that cannot be opened has said so; one too large for the
+        // controller is refused here.
+        tell(Verdict::Refused, kAdapterFlashFailed);
         return 1;
     }
     if (KRT_Adapter_Flash(adapter, file, slot, ca, type) == 0)
         std::fputs("start to flash NVMe Controller firmware\n", stream);
     else
-        std::fputs(kAdapterFlashFailed, stream);
+        tell(Verdict::RequestFailed, kAdapterFlashFailed);
 
     for (;;) {
         _NVME_Flash_Result progress{};
         const KRT_U32 rc = KRT_Adapter_Flash_Result(adapter, &progress);
         KRT_U32 ret = 0;
         if (rc != 0) {
-            std::fputs(
-                "Get NVMe Controller flash result failed (Invalid firmware image, please check image and try again.)\n",
-                stream);
+            tell(Verdict::RequestFailed,
+                 "Get NVMe Controller flash result failed (Invalid firmware image, please check image and try "
+                 "again.)\n");
             ret = rc;
         } else if (progress.result != 0) {
             // Activation that waits for a conventional (0x10B) or an NVM
             // subsystem (0x111) reset is a successful update.
             if (progress.result == 0x10B || progress.result == 0x111) {
-                std::fputs(
-                    "Flash NVMe Controller firmware success, please shutdown and boot again to make firmware "
-                    "active.\n",
-                    stream);
+                tell(Verdict::Ok,
+                     "Flash NVMe Controller firmware success, please shutdown and boot again to make firmware "
+                     "active.\n");
                 ret = 0;
             } else {
                 // A bit test, not the one status: any result carrying these
                 // bits is read as a prohibited commit.
                 if ((progress.result & 0x113) == 0x113)
-                    std::fputs("Flash NVMe Controller firmware failed(Firmware commit rohibited)\n", stream);
+                    tellFailed(progress.result, "Flash NVMe Controller firmware failed(Firmware commit rohibited)\n");
+                else if (progress.result == kLocalFailure)
+                    // The worker's own checks stopped the image (a raw image
+                    // that fails its checksum, one that cannot be read).
+                    tell(Verdict::Refused, kAdapterFlashFailedCode, static_cast<int>(progress.result));
                 else
-                    std::fprintf(stream,
-                                 "Flash NVMe Controller firmware failed (error code: %d, Invalid firmware image, "
-                                 "please check image and try again.)\n",
-                                 static_cast<int>(progress.result));
+                    tellFailed(progress.result, kAdapterFlashFailedCode, static_cast<int>(progress.result));
                 ret = progress.result;
             }
         } else if (progress.status == 1) {
@@ -451,11 +462,11 @@ KRT_U32 updateAdapterFlash(KRT_U16 adapter, const char *file, KRT_U8 slot, KRT_U
             sleepOneSecond();
             continue;
         } else if (progress.status != 0) {
-            std::fprintf(stream, "Unknown flash NVMe Controller status %d\n", static_cast<int>(progress.status));
+            tell(Verdict::RequestFailed, "Unknown flash NVMe Controller status %d\n",
+                 static_cast<int>(progress.status));
         } else {
-            std::fputs(
-                "flash NVMe Controller firmware success, please shutdown and boot again to make firmware active.\n",
-                stream);
+            tell(Verdict::Ok,
+                 "flash NVMe Controller firmware success, please shutdown and boot again to make firmware active.\n");
         }
         sleepOneSecond();
         return ret;
@@ -470,7 +481,7 @@ KRT_U32 updateHdFlash(KRT_U16 /*adapter*/, const char *file, KRT_U16 pdId, KRT_U
         // A directory opens for reading but holds no image.
         if (open_file(file, "r") != 0 || isDirectory(file)) {
             close_file();
-            std::fprintf(stream, kFailedToOpen, file);
+            tell(Verdict::NotFound, kFailedToOpen, file);
             return 1;
         }
         const long total = get_file_length();
@@ -478,7 +489,7 @@ KRT_U32 updateHdFlash(KRT_U16 /*adapter*/, const char *file, KRT_U16 pdId, KRT_U
             std::fprintf(stream, "total_size: %d\n", static_cast<int>(total));
         // An empty image has no percentage to show and nothing to send.
         if (total <= 0)
-            return diskDownloadFailed(pdId);
+            return diskDownloadFailed(pdId, Verdict::Refused);
 
         std::array<KRT_U8, KRT_FLASH_SEGMENT> chunk{};
         for (long offset = 0, count = 0;; offset += KRT_FLASH_SEGMENT, ++count) {
@@ -490,7 +501,7 @@ KRT_U32 updateHdFlash(KRT_U16 /*adapter*/, const char *file, KRT_U16 pdId, KRT_U
             const std::size_t length = last ? static_cast<std::size_t>(remaining) : KRT_FLASH_SEGMENT;
             // A file that shrank since it was measured is no longer the image.
             if (read_file(chunk.data(), length) != length)
-                return diskDownloadFailed(pdId);
+                return diskDownloadFailed(pdId, Verdict::Refused);
 
             krt_admin_command_format cmd =
                 diskRequest(KRT_PD_CMD_TO_DISK, pdId, NVME_ADMIN_FW_DOWNLOAD, kFlagDiskDownload);
@@ -514,7 +525,7 @@ KRT_U32 updateHdFlash(KRT_U16 /*adapter*/, const char *file, KRT_U16 pdId, KRT_U
             const KRT_U32 status =
                 KRT_Adapter_PassthruAdmin(adapter, &cmd, chunk.data(), static_cast<KRT_U16>(length), nullptr, 0);
             if (status != 0)
-                return diskDownloadFailed(pdId);
+                return diskDownloadFailed(pdId, Verdict::RequestFailed);
             if (offset + static_cast<long>(KRT_FLASH_SEGMENT) >= total)
                 break;
         }
@@ -534,13 +545,13 @@ KRT_U32 updateHdFlash(KRT_U16 /*adapter*/, const char *file, KRT_U16 pdId, KRT_U
     // Activation that waits for a reset (0x0B, whatever the status type) is
     // a successful update.
     if (status == 0 || (status & 0xFF) == 0x0B) {
-        std::fprintf(stream,
-                     "Flash NVMe Controller disk %d firmware success, please shutdown and boot again to make firmware "
-                     "active.\n",
-                     shownDiskId(pdId));
+        tell(Verdict::Ok,
+             "Flash NVMe Controller disk %d firmware success, please shutdown and boot again to make firmware "
+             "active.\n",
+             shownDiskId(pdId));
         status = 0;
     } else {
-        std::fprintf(stream, "Flash NVMe Controller disk %d firmware failed.\n", shownDiskId(pdId));
+        tellFailed(status, "Flash NVMe Controller disk %d firmware failed.\n", shownDiskId(pdId));
     }
     close_file();
     return status;
@@ -566,12 +577,19 @@ void showSlotInfo(KRT_U16 adapter, int type, KRT_U16 pdId)
     }
     if (failed(countStatus)) {
         std::fputs("Get Firmware Slot Count Fail", stdout);
+        json_output::noteRequestFailed(countStatus, "Get Firmware Slot Count Fail");
         return;
     }
     // Said on the terminal even when the output goes to a file.
     const FieldWriter out(stdout, 0);
+    const int base = g_oneBaseMode == 1 ? 1 : 0;
+    const int slotCount = (identify[kFirmwareUpdatesByte] >> 1) & 7;
     out.beginRecord("firmware_slots");
-    out.num("Slot count:", (identify[kFirmwareUpdatesByte] >> 1) & 7);
+    out.extra("object", json_output::Value::text(type == 0 ? "controller" : "physical_disk"));
+    out.extra("nvme_controller_id", json_output::Value::number(adapter + base));
+    if (type == 1)
+        out.extra("pd_id", json_output::Value::number(shownDiskId(pdId)));
+    out.num("Slot count:", slotCount);
 
     if (type == 0) {
         slotStatus = KRT_Adapter_Admin(adapter, kOpcodeGetLogPage, 0xFFFFFFFF, &kFirmwareSlotLog, 1, nullptr, 0,
@@ -585,9 +603,22 @@ void showSlotInfo(KRT_U16 adapter, int type, KRT_U16 pdId)
     if (failed(slotStatus)) {
         out.endRecord();
         std::fputs("Get Firmware Slot Information Fail", stdout);
+        json_output::noteRequestFailed(slotStatus, "Get Firmware Slot Information Fail");
         return;
     }
     out.numPair("Active Slot:", slots[0] & 7, "Next Active Slot:", (slots[0] >> 4) & 7);
+    // The revision in each slot, which the text leaves out: eight characters
+    // per slot from byte 8 of the log, blank where the slot is empty.
+    out.beginListing("slots");
+    for (int slot = 1; slot <= slotCount; ++slot) {
+        out.beginRecord("firmware_slot");
+        out.extra("slot", json_output::Value::number(slot));
+        const auto revision = static_cast<std::size_t>(kSlotRevisionsByte + (slot - 1) * kSlotRevisionSize);
+        out.extra("revision", json_output::Value::text(
+                                  json_output::trimmed(boundedText(slots.data() + revision, kSlotRevisionSize))));
+        out.endRecord();
+    }
+    out.endListing();
     out.endRecord();
 }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "commands/commands.h"
+#include "commands/verdict.h"
 #include "util/state.h"
 
 const char help_sh[] = ":Get brief help for all commands or detail help for one command.";
@@ -115,7 +116,7 @@ int doHelp(int argc, char **argv, const Command_Info *entry)
             printCommandHelp(command);
             found = true;
         } else if (!found) {
-            std::fprintf(stream, "No help available for '%s'\n", argv[i]);
+            tell(Verdict::NotFound, "No help available for '%s'\n", argv[i]);
         }
     }
     return 0;

@@ -9,6 +9,7 @@
 
 #include "api/krt_api.h"
 #include "commands/commands.h"
+#include "commands/verdict.h"
 #include "util/fields.h"
 #include "util/state.h"
 #include "util/text.h"
@@ -90,8 +91,8 @@ void rawDump(const void *page, long length)
 
 void _showIDDetail(const _krt_id_ctrl &id)
 {
-    std::fputs("\nNVME identify Information :\n\n", stream);
     const FieldWriter out(stream, kControllerLabelWidth);
+    out.heading("\nNVME identify Information :\n\n");
     out.beginRecord("identify_controller");
     out.hex("VID:", id.vid);
     out.hex("SSVID:", id.ssvid);
@@ -135,10 +136,11 @@ void _showIDDetail(const _krt_id_ctrl &id)
     std::fputc('\n', stream);
 }
 
-void _showNSDetail(const _krt_id_ns &ns)
+void _showNSDetail(const _krt_id_ns &ns, KRT_U32 nsid)
 {
     const FieldWriter out(stream, kNamespaceLabelWidth);
     out.beginRecord("identify_namespace");
+    out.extra("nsid", json_output::Value::number(nsid));
     out.hex64("NSZE:", ns.nsze);
     out.hex64("NCAP:", ns.ncap);
     out.hex64("NUSE:", ns.nuse);
@@ -160,6 +162,14 @@ void _showNSDetail(const _krt_id_ns &ns)
         std::snprintf(label, sizeof label, "eui64[%d]:", i);
         out.hex(label, ns.eui64[i]);
     }
+    // As one text, the way ns -e takes it.
+    std::string eui64;
+    for (const KRT_U8 byte : ns.eui64) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02x", byte);
+        eui64 += digits;
+    }
+    out.extra("eui64", json_output::Value::text(eui64));
     // nlbaf counts from 0: a count of 255 wraps and no format is listed.
     const int formats = (ns.nlbaf + 1) % 256;
     out.beginListing("LBA formats");
@@ -190,21 +200,22 @@ int doIdentify(int argc, char **argv, const Command_Info *entry)
                 break;
             case 'c':
                 if (!readHexOrDecimal(optarg, &cns)) {
-                    std::fprintf(stream, "-c : invalid controller or namepsace structure '%s'\n", optarg ? optarg : "");
+                    tell(Verdict::UsageError, "-c : invalid controller or namepsace structure '%s'\n",
+                         optarg ? optarg : "");
                     return 0;
                 }
                 ++cnsCount;
                 break;
             case 'i':
                 if (!readHexOrDecimal(optarg, &cntid)) {
-                    std::fprintf(stream, "-i : invalid controller identifier '%s'\n", optarg ? optarg : "");
+                    tell(Verdict::UsageError, "-i : invalid controller identifier '%s'\n", optarg ? optarg : "");
                     return 0;
                 }
                 ++cntidCount;
                 break;
             case 'n':
                 if (!readHexOrDecimal(optarg, &nsid)) {
-                    std::fprintf(stream, "-n : invalid namepsace id '%s'\n", optarg ? optarg : "");
+                    tell(Verdict::UsageError, "-n : invalid namepsace id '%s'\n", optarg ? optarg : "");
                     return 0;
                 }
                 ++nsidCount;
@@ -214,7 +225,8 @@ int doIdentify(int argc, char **argv, const Command_Info *entry)
                 ++rawCount;
                 break;
             case '?':
-                return 0;  // getopt has said what was wrong
+                unknownOption();  // getopt has said what was wrong
+                return 0;
             default:
                 printCommandHelp(entry);
                 return 0;
@@ -222,11 +234,11 @@ int doIdentify(int argc, char **argv, const Command_Info *entry)
     }
 
     if (cnsCount > 1 || cntidCount > 1 || nsidCount > 1 || rawCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
     if (cnsCount == 1 && cns == NVME_CNS_NAMESPACE && nsidCount == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 'n');
+        optionRequired(argv[0], 'n');
         return 0;
     }
 
@@ -236,7 +248,7 @@ int doIdentify(int argc, char **argv, const Command_Info *entry)
     const KRT_U32 status = KRT_Adapter_Admin(gCurrentAdapter, NVME_ADMIN_IDENTIFY, static_cast<KRT_U32>(nsid), &cdw10,
                                              1, nullptr, 0, page, sizeof page);
     if (status != 0) {
-        std::fputs("get identify info failed.\n", stream);
+        tell(Verdict::RequestFailed, "get identify info failed.\n");
         return static_cast<int>(status);
     }
 
@@ -247,11 +259,18 @@ int doIdentify(int argc, char **argv, const Command_Info *entry)
     } else if (cns == NVME_CNS_NAMESPACE) {
         _krt_id_ns ns;
         std::memcpy(&ns, page, sizeof ns);
-        _showNSDetail(ns);
+        _showNSDetail(ns, static_cast<KRT_U32>(nsid));
     }
     // Any other structure is only shown raw.
-    if (rawCount != 0 || (cns != NVME_CNS_CONTROLLER && cns != NVME_CNS_NAMESPACE))
-        rawDump(page, sizeof page);
+    if (rawCount != 0 || (cns != NVME_CNS_CONTROLLER && cns != NVME_CNS_NAMESPACE)) {
+        const FieldWriter out(stream, 0);
+        out.beginRecord("identify_data");
+        out.extra("cns", json_output::Value::number(cns));
+        out.extra("nsid", json_output::Value::number(nsid));
+        out.extra("length_bytes", json_output::Value::number(sizeof page));
+        out.bytes("data", page, static_cast<long>(sizeof page), rawDump);
+        out.endRecord();
+    }
     return 0;
 }
 

@@ -8,6 +8,7 @@
 #include "api/krt_api.h"
 #include "commands/commands.h"
 #include "commands/request_words.h"
+#include "commands/verdict.h"
 #include "util/state.h"
 #include "util/text.h"
 
@@ -139,12 +140,12 @@ int doSImport(int argc, char **argv, const Command_Info *entry)
             case 'i': {
                 const long long index = isNumber(optarg) ? std::strtoll(optarg, nullptr, 10) - oneBase() : -1;
                 if (index < 0) {
-                    std::fprintf(stream, "-i : invalid NVMe Controller id '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-i : invalid NVMe Controller id '%s'\n", optarg);
                     return 1;
                 }
                 if (index >= gNumAdaptersFound) {
-                    std::fprintf(stream, "NVMe Controller %d does not exist.\n",
-                                 static_cast<int>(std::min<long long>(index, 0x7FFFFFFF)));
+                    tell(Verdict::NotFound, "NVMe Controller %d does not exist.\n",
+                         static_cast<int>(std::min<long long>(index, 0x7FFFFFFF)));
                     return 1;
                 }
                 adapter = static_cast<int>(index);
@@ -154,7 +155,7 @@ int doSImport(int argc, char **argv, const Command_Info *entry)
             case 'p':
                 pd = typedId(optarg);
                 if (pd < 0) {
-                    std::fprintf(stream, "-p : invalid PD ID '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-p : invalid PD ID '%s'\n", optarg);
                     return 1;
                 }
                 ++pdCount;
@@ -162,7 +163,7 @@ int doSImport(int argc, char **argv, const Command_Info *entry)
             case 'n':
                 table = typedTableId(optarg);
                 if (table < 0) {
-                    std::fprintf(stream, "-n : invalid NS Table ID '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-n : invalid NS Table ID '%s'\n", optarg);
                     return 1;
                 }
                 ++tableCount;
@@ -171,12 +172,13 @@ int doSImport(int argc, char **argv, const Command_Info *entry)
                 // May be given again: the last one counts.
                 vd = typedId(optarg);
                 if (vd < 0) {
-                    std::fprintf(stream, "-l : invalid VD ID '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-l : invalid VD ID '%s'\n", optarg);
                     return 1;
                 }
                 ++vdCount;
                 break;
             case '?':
+                unknownOption();
                 return 1;
             default:
                 printCommandHelp(entry);
@@ -185,22 +187,21 @@ int doSImport(int argc, char **argv, const Command_Info *entry)
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (idCount > 1 || pdCount > 1 || tableCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
     if (vdCount == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 'l');
+        optionRequired(argv[0], 'l');
         return 1;
     }
 
     // From here on the outcome is reported, and the command itself succeeds.
     const KRT_U32 features = cachedInfo(adapter).Features;
     if ((features & KRT_FEATURE_IMPORT) == 0) {
-        std::fputs("Importable not support or parameters error.\n", stream);
+        tell(Verdict::Refused, "Importable not support or parameters error.\n");
         return 0;
     }
 
@@ -209,13 +210,13 @@ int doSImport(int argc, char **argv, const Command_Info *entry)
         const int shown = static_cast<int>(vd) + oneBase();
         _NVME_VD_Info record{};
         if (KRT_Adapter_GetSimpleVDInfo(target, static_cast<KRT_U16>(vd), &record) != 0) {
-            std::fputs("\nUnable to get info of VD\n", stream);
+            tell(Verdict::NotFound, "\nUnable to get info of VD\n");
         } else if (record.Importable != 1) {
-            std::fprintf(stream, "\nVD %d is not importable.\n", shown);
+            tell(Verdict::Refused, "\nVD %d is not importable.\n", shown);
         } else if (sendImport(target, KRT_CLASS_VD, kImportVdSubOpcode, static_cast<KRT_U32>(vd)) == 0) {
-            std::fprintf(stream, "VD %d import successfully.\n", shown);
+            tell(Verdict::Ok, "VD %d import successfully.\n", shown);
         } else {
-            std::fprintf(stream, "\nFail to import VD %d.\n", shown);
+            tell(Verdict::RequestFailed, "\nFail to import VD %d.\n", shown);
         }
         return 0;
     }
@@ -223,9 +224,9 @@ int doSImport(int argc, char **argv, const Command_Info *entry)
     const int shown = static_cast<int>(table) + oneBase();
     const KRT_U32 cdw14 = (static_cast<KRT_U32>(table) << 16) | static_cast<KRT_U32>(pd);
     if (sendImport(target, KRT_CLASS_PD, kImportNsTableSubOpcode, cdw14) == 0) {
-        std::fprintf(stream, "NS Table ID %d import successfully.\n", shown);
+        tell(Verdict::Ok, "NS Table ID %d import successfully.\n", shown);
     } else {
-        std::fprintf(stream, "\nFail to import NS Table ID %d.\n", shown);
+        tell(Verdict::RequestFailed, "\nFail to import NS Table ID %d.\n", shown);
     }
     return 0;
 }

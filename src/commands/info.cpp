@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "commands/commands.h"
+#include "commands/verdict.h"
 #include "util/state.h"
 #include "util/text.h"
 
@@ -96,14 +97,14 @@ int doSInfo(int argc, char **argv, const Command_Info *entry)
             case 'o':
                 object = parseObject(optarg);
                 if (object == InfoObject::None) {
-                    std::fprintf(stream, "-o : invalid object '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-o : invalid object '%s'\n", optarg);
                     failed = true;
                 }
                 ++objectCount;
                 break;
             case 'i':
                 if (!isNumber(optarg)) {
-                    std::fputs("-i : id should be a number\n", stream);
+                    tell(Verdict::UsageError, "-i : id should be a number\n");
                     failed = true;
                     break;
                 }
@@ -114,37 +115,40 @@ int doSInfo(int argc, char **argv, const Command_Info *entry)
                 if (strcasecmp(optarg, "vd") == 0 || strcasecmp(optarg, "ld") == 0) {
                     nsOfVDs = true;
                 } else if (strcasecmp(optarg, "host") != 0) {
-                    std::fprintf(stream, "-t : invalid type '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-t : invalid type '%s'\n", optarg);
                     failed = true;
                 }
                 ++typeCount;
                 break;
             case 'v':
                 if (!isNumber(optarg)) {
-                    std::fputs("-v : VD id should be a number\n", stream);
+                    tell(Verdict::UsageError, "-v : VD id should be a number\n");
                     failed = true;
                     break;
                 }
                 vdid = toId(optarg);
                 ++vdidCount;
                 break;
+            case '?':
+                unknownOption();
+                printCommandHelp(entry);
+                return 0;
             default:
-                // -h, -u and anything unknown all ask for the help.
+                // -h and -u ask for the help, as does anything unknown.
                 printCommandHelp(entry);
                 return 0;
         }
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (objectCount > 1 || idCount > 1 || typeCount > 1 || vdidCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
     if (objectCount == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 'o');
+        optionRequired(argv[0], 'o');
         return 1;
     }
     if (failed) {
@@ -158,7 +162,7 @@ int doSInfo(int argc, char **argv, const Command_Info *entry)
     switch (object) {
         case InfoObject::Hba:
             if (idCount != 0) {
-                std::fputs("\n'info -o hba' does not support '-i' action\n", stream);
+                tell(Verdict::UsageError, "\n'info -o hba' does not support '-i' action\n");
                 return 1;
             }
             getAdapterInfoSA(id);
@@ -170,7 +174,7 @@ int doSInfo(int argc, char **argv, const Command_Info *entry)
                 if (id < 0) {
                     // Kept going on purpose: the id wraps to the top of the
                     // 16-bit range, as the command has always done.
-                    std::fputs("-i : id should be a number\n", stream);
+                    tell(Verdict::UsageError, "-i : id should be a number\n");
                 }
                 id &= 0xFFFF;
             }

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
 
 #include "krt/admin.h"
 #include "krt/records.h"
@@ -63,6 +64,10 @@ struct AdapterLookups {
 extern const AdapterLookups kAdapterLookups;
 
 void Adapter_PrintInfo(const _NVME_Adapter_Info &info, int index, const AdapterLookups &lookups = kAdapterLookups);
+// The registry's SUBNQN of a controller, or "" when it has none worth showing
+// (missing, or not starting with a printable character).
+std::string controllerSubnqn(const char *registryText);
+const char *orEmpty(const char *text);
 void getAdapterInfoSA(int id);
 KRT_U16 get_hostID(KRT_U16 index);
 int getTotoalPDCnt(KRT_U16 index, const _NVME_Adapter_Info &info);
@@ -77,7 +82,8 @@ int getOneHDInfoSA(KRT_U16 id, bool isJBOF);
 // ---- Virtual disks -----------------------------------------------------------
 
 void LD_PrintInfo(const _NVME_VD_Info &vd);
-void VD_PrintBGAStatus(const _NVME_BGA_STATUS &bga);
+// The activity the controller reports for the virtual disk `vdId`.
+void VD_PrintBGAStatus(const _NVME_BGA_STATUS &bga, KRT_U16 vdId);
 void getLDInfoSA(int id);
 int getOneLDInfoSA(KRT_U16 id);
 const char *VDStatusStr(KRT_U8 status);

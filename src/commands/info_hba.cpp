@@ -3,9 +3,11 @@
 #include <cstring>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "api/krt_api.h"
 #include "commands/info.h"
+#include "commands/verdict.h"
 #include "util/fields.h"
 #include "util/state.h"
 
@@ -45,41 +47,61 @@ struct BitWord {
     const char *word;
 };
 
+// The words of the bits set in `value`, in the table's order; each carries
+// the blank that runs them together in the text.
 template <std::size_t N>
-std::string bitWords(unsigned value, const BitWord (&words)[N])
+std::vector<std::string> bitWords(unsigned value, const BitWord (&words)[N])
 {
-    std::string text;
+    std::vector<std::string> set;
     for (const BitWord &w : words) {
         if (value & w.bit) {
-            text += w.word;
+            set.emplace_back(w.word);
         }
     }
-    return text;
+    return set;
 }
 
 constexpr BitWord kRaidModes[] = {{0x01, "RAID0 "},  {0x02, "RAID1 "},  {0x10, "RAID5 "},  {0x40, "RAID6 "},
                                   {0x08, "RAID10 "}, {0x20, "RAID50 "}, {0x80, "RAID60 "}, {0x04, "JBOD "}};
 constexpr BitWord kBgaFeatures[] = {
     {0x01, "Initialization "}, {0x02, "Rebuild "}, {0x04, "Sync "}, {0x08, "Migrate "}, {0x10, "MediaPatrol "}};
-constexpr BitWord kStripeSizes[] = {{0x01, "128KB "}, {0x02, "256KB "}, {0x04, "512KB "}};
 
-std::string featureWords(KRT_U32 features)
+struct StripeSize {
+    unsigned bit;
+    const char *word;
+    int kib;
+};
+constexpr StripeSize kStripeSizes[] = {{0x01, "128KB ", 128}, {0x02, "256KB ", 256}, {0x04, "512KB ", 512}};
+
+std::vector<std::string> featureWords(KRT_U32 features)
 {
-    std::string text;
+    std::vector<std::string> words;
     if (features & KRT_FEATURE_IMPORT) {
-        text += "Import ";
+        words.emplace_back("Import ");
     }
-    text += (features & KRT_FEATURE_RAID) ? "RAID " : "JBOF ";
+    words.emplace_back((features & KRT_FEATURE_RAID) ? "RAID " : "JBOF ");
     if (features & KRT_FEATURE_NS_MGMT) {
-        text += "Namespace ";
+        words.emplace_back("Namespace ");
     }
     if (features & KRT_FEATURE_DUMP) {
-        text += "Dump ";
+        words.emplace_back("Dump ");
     }
     if (features & KRT_FEATURE_NMIC) {
-        text += "NMIC ";
+        words.emplace_back("NMIC ");
     }
-    return text;
+    return words;
+}
+
+// A list of words: run together in the text, an array of them in JSON.
+void wordList(const FieldWriter &out, const char *label, const std::vector<std::string> &words)
+{
+    std::string text;
+    std::vector<std::string> trimmed;
+    for (const std::string &word : words) {
+        text += word;
+        trimmed.emplace_back(json_output::trimmed(word));
+    }
+    out.typed(label, text, json_output::Value::texts(trimmed));
 }
 
 const char *cacheText(KRT_U8 cache)
@@ -124,20 +146,18 @@ const char *linkSpeedText(KRT_U8 speed)
     }
 }
 
-std::string subnqnText(const AdapterLookups &lookups, KRT_U16 index, const _NVME_Adapter_Info &info)
+void subnqnField(const FieldWriter &out, const AdapterLookups &lookups, KRT_U16 index, const _NVME_Adapter_Info &info)
 {
-    const char *subnqn = lookups.subnqn(index);
-    std::string text = subnqn ? std::string(subnqn, strnlen(subnqn, kSubnqnMax)) : std::string();
-    if (!text.empty() && std::isprint(static_cast<unsigned char>(text[0]))) {
-        return text;
+    const std::string subnqn = controllerSubnqn(lookups.subnqn(index));
+    if (!subnqn.empty()) {
+        out.str("SUBNQN:", subnqn);
+        return;
     }
     // No SUBNQN usually means the controller has no SSD to take it from.
-    return lookups.pdCount(index, info) > 0 ? "Not found" : "Not found, make sure SSD is already installed";
-}
-
-const char *orEmpty(const char *text)
-{
-    return text ? text : "";
+    // A script reads that there is none.
+    out.typed(
+        "SUBNQN:", lookups.pdCount(index, info) > 0 ? "Not found" : "Not found, make sure SSD is already installed",
+        json_output::Value::text(""));
 }
 
 bool queryAdapter(KRT_U16 index, _NVMEReceiveData &reply)
@@ -155,6 +175,20 @@ _NVME_Adapter_Info adapterRecord(const _NVMEReceiveData &reply)
 
 }  // namespace
 
+const char *orEmpty(const char *text)
+{
+    return text ? text : "";
+}
+
+std::string controllerSubnqn(const char *registryText)
+{
+    std::string text = registryText ? std::string(registryText, strnlen(registryText, kSubnqnMax)) : std::string();
+    if (text.empty() || !std::isprint(static_cast<unsigned char>(text[0]))) {
+        return {};
+    }
+    return text;
+}
+
 KRT_U16 get_hostID(KRT_U16 index)
 {
     KRT_U8 identify[NVME_IDENTIFY_SIZE] = {};
@@ -162,7 +196,7 @@ KRT_U16 get_hostID(KRT_U16 index)
     KRT_U32 status =
         KRT_Adapter_Admin(index, NVME_ADMIN_IDENTIFY, 0, &cdw10, 1, nullptr, 0, identify, sizeof(identify));
     if (status != 0) {
-        std::fputs("\nFailed to get controller.\n", stream);
+        tell(Verdict::RequestFailed, "\nFailed to get controller.\n");
         return 0;
     }
     return static_cast<KRT_U16>(identify[NVME_ID_CNTLID] | (identify[NVME_ID_CNTLID + 1] << 8));
@@ -198,10 +232,12 @@ void Adapter_PrintInfo(const _NVME_Adapter_Info &info, int index, const AdapterL
     char text[64];
 
     out.beginRecord("controller");
+    out.extra("index", json_output::Value::number(index));
     out.num("NVMe Controller ID:", index + base);
     out.str("Bus Device Fun:", orEmpty(lookups.busDevFun(at)));
     out.str("Device:", orEmpty(lookups.devicePath(at)));
-    out.str("SUBNQN:", subnqnText(lookups, at, info));
+    subnqnField(out, lookups, at, info);
+    out.extra("current", json_output::Value::boolean(index == gCurrentAdapter));
     const NVME_Version_Info &fw = info.FirmwareVersion;
     std::snprintf(text, sizeof(text), "%d.%d.%d.%04d", fw.MajorVersion, fw.MinorVersion, fw.OEMNumber, fw.BuildNumber);
     out.str("Firmware Version:", text);
@@ -223,13 +259,25 @@ void Adapter_PrintInfo(const _NVME_Adapter_Info &info, int index, const AdapterL
     }
     out.num("Max NS:", info.MaxNS);
     out.num("Host ID:", lookups.hostId(at) + base);
-    out.str("Supported RAID Mode:", raid ? bitWords(info.SupportRAIDMode, kRaidModes) : "Not Support");
-    out.str("Cache:", cacheText(info.Cache));
     if (raid) {
-        out.str("Supported BGA Features:", bitWords(info.SupportBGAFeature, kBgaFeatures));
-        out.str("Support Stripe Size:", bitWords(info.StripeSizeSupported, kStripeSizes));
+        wordList(out, "Supported RAID Mode:", bitWords(info.SupportRAIDMode, kRaidModes));
+    } else {
+        out.typed("Supported RAID Mode:", "Not Support", json_output::Value::texts({}));
     }
-    out.str("Supported Features:", featureWords(info.Features));
+    out.choice("Cache:", cacheText(info.Cache), info.Cache);
+    if (raid) {
+        wordList(out, "Supported BGA Features:", bitWords(info.SupportBGAFeature, kBgaFeatures));
+        std::string sizes;
+        std::vector<int> kib;
+        for (const StripeSize &size : kStripeSizes) {
+            if (info.StripeSizeSupported & size.bit) {
+                sizes += size.word;
+                kib.push_back(size.kib);
+            }
+        }
+        out.typed("Support Stripe Size:", sizes, json_output::Value::numbers(kib), "support_stripe_size_kib");
+    }
+    wordList(out, "Supported Features:", featureWords(info.Features));
 
     out.beginListing("PCIe links");
     for (const NVME_PCIe_Info &link : info.PCIeInfo) {
@@ -241,8 +289,8 @@ void Adapter_PrintInfo(const _NVME_Adapter_Info &info, int index, const AdapterL
         }
         out.beginRecord("pcie_link");
         out.num(link.Type == 0 ? "End Point:" : "Root Complex:", link.Id);
-        out.str("  Link width:", linkWidthText(link.LinkWidth));
-        out.str("  Max PCIe speed:", linkSpeedText(link.Speed));
+        out.choice("  Link width:", linkWidthText(link.LinkWidth), link.LinkWidth);
+        out.choice("  Max PCIe speed:", linkSpeedText(link.Speed), link.Speed);
         out.endRecord();
     }
     out.endListing();
@@ -253,7 +301,7 @@ void getAdapterInfoSA(int id)
 {
     const int count = KRT_Adapter_GetCount();
     if (id < KRT_ALL_IDS && id >= count) {
-        std::fputs("\nUnable to get info of NVMe Controller\n", stream);
+        tell(Verdict::NotFound, "\nUnable to get info of NVMe Controller\n");
         return;
     }
 
@@ -261,7 +309,7 @@ void getAdapterInfoSA(int id)
         for (int i = 0; i < count; ++i) {
             auto reply = newReply();
             if (!queryAdapter(static_cast<KRT_U16>(i), *reply)) {
-                std::fprintf(stream, "\nUnable to get info of NVMe Controller %d\n", i);
+                tell(Verdict::NotFound, "\nUnable to get info of NVMe Controller %d\n", i);
                 continue;
             }
             Adapter_PrintInfo(adapterRecord(*reply), i);
@@ -275,7 +323,7 @@ void getAdapterInfoSA(int id)
     const KRT_U8 index = static_cast<KRT_U8>(id);
     auto reply = newReply();
     if (!queryAdapter(index, *reply)) {
-        std::fputs("\nUnable to get info of NVMe Controller\n", stream);
+        tell(Verdict::NotFound, "\nUnable to get info of NVMe Controller\n");
         return;
     }
     Adapter_PrintInfo(adapterRecord(*reply), index);

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "commands/info.h"
+#include "commands/verdict.h"
 #include "util/fields.h"
 #include "util/state.h"
 
@@ -31,7 +32,7 @@ int printNamespaces(const _NVMEReceiveData &reply, KRT_U8 maxNS, bool isRaid, Pi
 void printTotal(int shown)
 {
     if (shown == 0) {
-        std::fputs("No Namespace Info Exist.\n", stream);
+        tell(Verdict::Ok, "No Namespace Info Exist.\n");
         return;
     }
     FieldWriter(stream, KRT_TOTAL_WIDTH).num("Total # of NS:", shown);
@@ -64,11 +65,13 @@ void NS_PrintInfo(const _NVME_NS_Info &ns, bool isRaid)
     out.beginRecord("namespace");
     out.num("NS ID:", ns.NSID);
     out.gigabytes("Size:", sizeInGigabytes(ns.SectorSize, ns.LBA));
+    out.extra("size_bytes", json_output::Value::number(sizeInBytes(ns.SectorSize, ns.LBA)));
+    out.extra("sector_size_bytes", json_output::Value::number(ns.SectorSize));
     out.num(isRaid ? "Parent VD ID:" : "Parent PD ID:", ns.ID + base);
     out.yesNo("Valid:", ns.Status & KRT_NS_VALID);
     out.yesNo("Active:", ns.Status & KRT_NS_ACTIVE);
     if (isRaid) {
-        out.str("VD status:", VDStatusOfNS(ns.VDStatus));
+        out.choice("VD status:", VDStatusOfNS(ns.VDStatus), ns.VDStatus);
     }
     out.endRecord();
     std::fputs("\n", stream);
@@ -78,14 +81,14 @@ void getNSInfoSA(int id)
 {
     const _NVME_Adapter_Info &adapter = currentAdapterInfo();
     if (adapter.MaxNS == 0) {
-        std::fputs("Get MaxNS from adapter info fail.\n", stream);
+        tell(Verdict::NotFound, "Get MaxNS from adapter info fail.\n");
         return;
     }
 
     auto reply = newReply();
     sendInfoQuery(gCurrentAdapter, {KRT_CLASS_NS, 0, 0, false, 0}, *reply);
     if (!replyGood(*reply)) {
-        std::fputs("\nUnable to get info of NS\n", stream);
+        tell(Verdict::NotFound, "\nUnable to get info of NS\n");
         return;
     }
 
@@ -97,7 +100,7 @@ void getNSInfoSA(int id)
     }
     if (printNamespaces(*reply, adapter.MaxNS, isRaid,
                         [id](const _NVME_NS_Info &ns) { return ns.NSID == id && ns.Status != 0; }) == 0) {
-        std::fputs("\nUnable to get info of NS\n", stream);
+        tell(Verdict::NotFound, "\nUnable to get info of NS\n");
     }
 }
 
@@ -107,7 +110,7 @@ void getNSInfoOfVDSA(int id, int vdid)
     auto reply = newReply();
     sendInfoQuery(gCurrentAdapter, {KRT_CLASS_NS, 1, static_cast<KRT_U8>(vdid), true, 0}, *reply);
     if (!replyGood(*reply)) {
-        std::fputs("\nUnable to get info of VD\n", stream);
+        tell(Verdict::NotFound, "\nUnable to get info of VD\n");
         return;
     }
 
@@ -120,6 +123,6 @@ void getNSInfoOfVDSA(int id, int vdid)
     }
     if (printNamespaces(*reply, adapter.MaxNS, isRaid,
                         [id](const _NVME_NS_Info &ns) { return ns.NSID == id && ns.Status != 0; }) == 0) {
-        std::fputs("\nUnable to get info of NS\n", stream);
+        tell(Verdict::NotFound, "\nUnable to get info of NS\n");
     }
 }

@@ -1,7 +1,9 @@
 // info -o pd: the back-end SSDs.
 #include <cstring>
+#include <string>
 
 #include "commands/info.h"
+#include "commands/verdict.h"
 #include "util/fields.h"
 #include "util/state.h"
 
@@ -31,9 +33,11 @@ void HD_PrintInfo(const _NVME_PD_Info &pd, bool isJBOF)
     out.str("Model:", boundedTextNoLeadingBlanks(pd.Model, sizeof(pd.Model)));
     out.str("Serial:", boundedTextNoLeadingBlanks(pd.SerialNo, sizeof(pd.SerialNo)));
     std::snprintf(text, sizeof(text), "%d bytes", static_cast<int>(pd.SectorSize));
-    out.str("Sector Size:", text);
-    out.num("LBA:", static_cast<long>(pd.LBA));
+    out.typed("Sector Size:", text, json_output::Value::number(pd.SectorSize), "sector_size_bytes");
+    // The text shows the count as a signed number; a script gets it as sent.
+    out.typed("LBA:", std::to_string(static_cast<long>(pd.LBA)), json_output::Value::number(pd.LBA));
     out.gigabytes("Size:", sizeInGigabytes(pd.SectorSize, pd.LBA));
+    out.extra("size_bytes", json_output::Value::number(sizeInBytes(pd.SectorSize, pd.LBA)));
     out.num("SSD backend RC/Slot ID:", pd.SSDAdapterID + base);
     out.num("SSD backend Namespace ID:", pd.SSDNSID);
     out.str("Firmware version:", boundedTextNoLeadingBlanks(pd.FWVersion, sizeof(pd.FWVersion)));
@@ -68,7 +72,7 @@ void getHDInfoSA(int id)
 
     if (id != KRT_ALL_IDS) {
         if (getOneHDInfoSA(static_cast<KRT_U16>(id), isJBOF) != 0) {
-            std::fputs("\nUnable to get info of PD\n", stream);
+            tell(Verdict::NotFound, "\nUnable to get info of PD\n");
         }
         return;
     }
@@ -84,7 +88,7 @@ void getHDInfoSA(int id)
         }
     }
     if (found == 0) {
-        std::fputs("No physical disk is found.\n", stream);
+        tell(Verdict::Ok, "No physical disk is found.\n");
         return;
     }
     FieldWriter(stream, KRT_PD_TOTAL_WIDTH).num("Total # of PD:", found);

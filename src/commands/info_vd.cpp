@@ -2,8 +2,10 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "commands/info.h"
+#include "commands/verdict.h"
 #include "util/fields.h"
 #include "util/state.h"
 #include "util/text.h"
@@ -27,6 +29,18 @@ std::string memberText(const _NVME_VD_Info &vd, int base)
         text.resize(kMemberTextMax);
     }
     return text;
+}
+
+// The members for a script: every one, null where the text shows "?".
+json_output::Value memberIds(const _NVME_VD_Info &vd, int base)
+{
+    std::vector<json_output::Value> ids;
+    const int members = std::min<int>(vd.MemberCount, KRT_VD_MAX_MEMBERS);
+    for (int i = 0; i < members; ++i) {
+        ids.push_back(vd.PDIDs[i] > 65534 ? json_output::Value::null()
+                                          : json_output::Value::number(vd.PDIDs[i] + base));
+    }
+    return json_output::Value::array(ids);
 }
 
 const char *stripeText(KRT_U16 blocks)
@@ -81,37 +95,48 @@ void LD_PrintInfo(const _NVME_VD_Info &vd)
     out.beginRecord("virtual_disk");
     out.num("VD ID:", vd.ID + base);
     out.str("Name:", boundedText(vd.Name, sizeof(vd.Name)));
-    out.str("Status:", VDStatusStr(vd.Status));
+    out.choice("Status:", VDStatusStr(vd.Status), vd.Status);
     out.yesNo("Importable:", vd.Importable == 1);
-    out.str("RAID Mode:", RaidModeStr(vd.RaidMode));
+    out.choice("RAID Mode:", RaidModeStr(vd.RaidMode), vd.RaidMode);
     out.gigabytes("size:", sizeInGigabytes(vd.SectorSize, vd.LBA));
+    out.extra("size_bytes", json_output::Value::number(sizeInBytes(vd.SectorSize, vd.LBA)));
     out.num("PD Count:", vd.MemberCount);
-    out.str("PDs:", memberText(vd, base));
+    out.typed("PDs:", memberText(vd, base), memberIds(vd, base), "pd_ids");
     // Only the double-parity levels say how many parity disks they carry.
     if (vd.RaidMode == KRT_RAID6 || vd.RaidMode == KRT_RAID60) {
         out.num("Parity Disk Number:", vd.NumParityDisk);
     }
-    out.str("Stripe Block Size:", stripeText(vd.StripBlockSize));
+    // The stripe travels in 512-byte blocks.
+    out.typed("Stripe Block Size:", stripeText(vd.StripBlockSize), json_output::Value::number(vd.StripBlockSize / 2),
+              "stripe_size_kib");
     if (vd.SectorSize != 0) {
         std::snprintf(text, sizeof(text), "%d bytes", static_cast<int>(vd.SectorSize));
-        out.str("Sector Size:", text);
+        out.typed("Sector Size:", text, json_output::Value::number(vd.SectorSize), "sector_size_bytes");
     }
     out.endRecord();
 }
 
-void VD_PrintBGAStatus(const _NVME_BGA_STATUS &bga)
+void VD_PrintBGAStatus(const _NVME_BGA_STATUS &bga, KRT_U16 vdId)
 {
-    char text[64];
+    const char *state = nullptr;
     if (bga.BgaStatus == KRT_NVME_BGA_STATUS_RUNNING) {
-        std::snprintf(text, sizeof(text), "%s is running in %d%%", bgaActionText(bga.BgaType), bga.Percentage);
+        state = "running";
     } else if (bga.BgaStatus == KRT_NVME_BGA_STATUS_PAUSE) {
-        std::snprintf(text, sizeof(text), "%s is pause in %d%%", bgaActionText(bga.BgaType), bga.Percentage);
+        state = "pause";
     } else {
         return;
     }
+    char text[64];
+    std::snprintf(text, sizeof(text), "%s is %s in %d%%", bgaActionText(bga.BgaType), state, bga.Percentage);
     const FieldWriter out(stream, KRT_VD_LABEL_WIDTH);
     out.beginRecord("background_activity");
+    out.extra("vd_id", json_output::Value::number(vdId + (g_oneBaseMode == 1 ? 1 : 0)));
     out.str("BGA progress:", text);
+    out.extra("activity", json_output::Value::text(bgaActionText(bga.BgaType)));
+    out.extra("activity_code", json_output::Value::number(bga.BgaType));
+    out.extra("percent", json_output::Value::number(bga.Percentage));
+    out.extra("state", json_output::Value::text(state));
+    out.extra("state_code", json_output::Value::number(bga.BgaStatus));
     out.endRecord();
 }
 
@@ -137,7 +162,7 @@ int getOneLDInfoSA(KRT_U16 id)
     }
     _NVME_BGA_STATUS bga;
     std::memcpy(&bga, reply->data, sizeof(bga));
-    VD_PrintBGAStatus(bga);
+    VD_PrintBGAStatus(bga, id);
     return 0;
 }
 
@@ -145,7 +170,7 @@ void getLDInfoSA(int id)
 {
     if (id != KRT_ALL_IDS) {
         if (getOneLDInfoSA(static_cast<KRT_U16>(id)) != 0) {
-            std::fputs("\nUnable to get info of VD\n", stream);
+            tell(Verdict::NotFound, "\nUnable to get info of VD\n");
         }
         return;
     }
@@ -162,7 +187,7 @@ void getLDInfoSA(int id)
         }
     }
     if (found == 0) {
-        std::fputs("No virtual disk is found.\n", stream);
+        tell(Verdict::Ok, "No virtual disk is found.\n");
         return;
     }
     FieldWriter(stream, KRT_TOTAL_WIDTH).num("Total # of VD:", found);

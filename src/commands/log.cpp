@@ -11,7 +11,9 @@
 #include "commands/commands.h"
 #include "commands/request_words.h"
 #include "commands/user_file.h"
+#include "commands/verdict.h"
 #include "krt/logs.h"
+#include "util/fields.h"
 #include "util/file_io.h"
 #include "util/state.h"
 
@@ -82,38 +84,51 @@ int switchSPILog(bool on)
     printRequestWords(cmd, {0, 12, 14});
     const KRT_U32 status = KRT_Adapter_PassthruAdmin(gCurrentAdapter, &cmd, nullptr, 0, nullptr, 0);
     if (status != 0) {
-        std::fputs("cmd failed.\n", stream);
+        tell(Verdict::RequestFailed, "cmd failed.\n");
         return static_cast<int>(status);
     }
-    std::fputs(kCmdSuccess, stream);
+    tell(Verdict::Ok, kCmdSuccess);
     return 0;
 }
 
-// The log's state: 0 when it is off or the reply is not ours. A failed
+// The log's state: 0 when it is off (`reportedOff`) or the reply is not ours. A failed
 // query is reported here and hands back its status, which is not 0: the
 // read-out is then tried all the same.
-int getStatus()
+int getStatus(bool &reportedOff)
 {
+    reportedOff = false;
     const krt_admin_command_format cmd = logRequest(KRT_LOG_SPI_STATE);
     auto reply = std::make_unique<_NVMEReceiveData>();
     const KRT_U32 status = KRT_Adapter_PassthruAdmin(gCurrentAdapter, &cmd, nullptr, 0, reply.get(), sizeof *reply);
     if (status != 0) {
-        std::fputs(kNoSPILog, stream);
+        tell(Verdict::RequestFailed, kNoSPILog);
         return static_cast<int>(status);
     }
     if (std::memcmp(reply->sign, KRT_SIGN, sizeof KRT_SIGN) != 0)
         return 0;
+    reportedOff = reply->data[0] == 0;
     return reply->data[0];
 }
 
 // Reads the log out chunk by chunk onto the output stream and, when a file
-// is open, into it as well.
+// is open, into it as well. With --json the text is one field of an spi_log
+// record instead of lines of the document.
 int showSPILog(bool toFile, const std::string &fileName)
 {
-    if (getStatus() == 0) {
-        std::fputs(kNoSPILog, stream);
+    bool reportedOff = false;
+    if (getStatus(reportedOff) == 0) {
+        if (reportedOff) {
+            const FieldWriter out(stream, 0);
+            out.beginRecord("spi_log");
+            out.extra("enabled", json_output::Value::boolean(false));
+            out.extra("text", json_output::Value::text(""));
+            out.endRecord();
+        }
+        tell(Verdict::NotFound, kNoSPILog);
         return 1;
     }
+    std::string logText;
+    const bool json = json_output::active();
 
     const krt_admin_command_format cmd = logRequest(KRT_LOG_SPI_CHUNK);
     auto chunk = std::make_unique<_NVME_SPI_Log_Chunk>();
@@ -124,24 +139,28 @@ int showSPILog(bool toFile, const std::string &fileName)
         *chunk = _NVME_SPI_Log_Chunk{};
         const KRT_U32 status = KRT_Adapter_PassthruAdmin(gCurrentAdapter, &cmd, nullptr, 0, chunk.get(), sizeof *chunk);
         if (status != 0) {
-            std::fputs(kNoSPILog, stream);
+            tell(Verdict::RequestFailed, kNoSPILog);
             return static_cast<int>(status);
         }
         const KRT_U32 length = chunk->length & 0xFFFF;
         if (length > KRT_SPI_LOG_MAX_CHUNK) {
-            std::fprintf(stream, "Error SPI data length: %d\n", static_cast<int>(length));
+            tell(Verdict::RequestFailed, "Error SPI data length: %d\n", static_cast<int>(length));
             return 1;
         }
         if (length == 0) {
             if (n == 0)
-                std::fputs("No SPI log\n", stream);
+                tell(Verdict::Ok, "No SPI log\n");
             break;
         }
         // The firmware pads lines with a NUL after the line feed; it shows
         // as a blank. The file gets the bytes as they came.
         for (KRT_U32 i = 0; i < length; ++i) {
             const char c = chunk->text[i];
-            std::fputc(c == '\0' && afterNewline ? ' ' : c, stream);
+            const char shown = c == '\0' && afterNewline ? ' ' : c;
+            if (json)
+                logText += shown;
+            else
+                std::fputc(shown, stream);
             afterNewline = c == '\n';
         }
         if (toFile && !fileFailed && write_file(chunk->text, length) != length) {
@@ -150,7 +169,12 @@ int showSPILog(bool toFile, const std::string &fileName)
         }
     }
     close_file();
-    std::fputs(kCmdSuccess, stream);
+    const FieldWriter out(stream, 0);
+    out.beginRecord("spi_log");
+    out.extra("enabled", json_output::Value::boolean(true));
+    out.extra("text", json_output::Value::text(logText));
+    out.endRecord();
+    tell(Verdict::Ok, kCmdSuccess);
     return 0;
 }
 
@@ -185,12 +209,13 @@ int doSLog(int argc, char **argv, const Command_Info *entry)
                 } else if (strcasecmp(optarg, "off") == 0) {
                     action = LogAction::Off;
                 } else {
-                    std::fprintf(stream, "-a : invalid action '%s'.\n", optarg);
+                    tell(Verdict::UsageError, "-a : invalid action '%s'.\n", optarg);
                     return 0;
                 }
                 ++actionCount;
                 break;
             case '?':
+                unknownOption();
                 return 0;
             default:
                 printCommandHelp(entry);
@@ -199,11 +224,10 @@ int doSLog(int argc, char **argv, const Command_Info *entry)
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (actionCount > 1 || fileCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
 
@@ -216,7 +240,7 @@ int doSLog(int argc, char **argv, const Command_Info *entry)
         case LogAction::None:
             break;
     }
-    std::fputs("Error action!\n", stream);
+    tell(Verdict::UsageError, "Error action!\n");
     return 1;
 }
 

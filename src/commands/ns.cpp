@@ -15,6 +15,8 @@
 #include "api/krt_api.h"
 #include "commands/commands.h"
 #include "commands/info.h"
+#include "commands/verdict.h"
+#include "util/fields.h"
 #include "util/state.h"
 #include "util/text.h"
 
@@ -145,7 +147,7 @@ void get_EUI64(KRT_U8 nsid, KRT_U8 (&eui64)[8])
     const KRT_U32 cdw10 = NVME_CNS_NAMESPACE;
     if (KRT_Adapter_Admin(gCurrentAdapter, NVME_ADMIN_IDENTIFY, nsid, &cdw10, 1, nullptr, 0, identify.data(),
                           identify.size()) != 0) {
-        std::fputs(kNoPrimaryController, stream);
+        tell(Verdict::RequestFailed, kNoPrimaryController);
         return;
     }
     std::memcpy(eui64, identify.data() + kIdentifyEui64Offset, sizeof(eui64));
@@ -218,7 +220,7 @@ bool getNSIDfromEUI64(const std::string &eui64, long long &nsid)
 {
     const KRT_U8 maxNS = currentAdapterInfo().MaxNS;
     if (maxNS == 0 || pGNSInfo == nullptr) {
-        std::fputs("Get MaxNS from adapter info fail.\n", stream);
+        tell(Verdict::NotFound, "Get MaxNS from adapter info fail.\n");
         return false;
     }
     if (eui64 == std::string(kEui64Digits, '0')) {
@@ -296,7 +298,7 @@ bool parseControllerId(const char *text, long long &id)
 {
     id = toNumber(text) - (g_oneBaseMode == 1 ? 1 : 0);
     if (id < 0 || id > kControllerIdMax) {
-        std::fprintf(stream, kInvalidControllerId, text);
+        tell(Verdict::UsageError, kInvalidControllerId, text);
         return false;
     }
     return true;
@@ -313,7 +315,7 @@ bool parseControllerList(const char *text, std::vector<KRT_U16> &controllers)
             continue;
         }
         if (!isNumber(piece.c_str())) {
-            std::fputs("-d : controller ids should be a number\n", stream);
+            tell(Verdict::UsageError, "-d : controller ids should be a number\n");
             return false;
         }
         long long id = 0;
@@ -321,7 +323,7 @@ bool parseControllerList(const char *text, std::vector<KRT_U16> &controllers)
             return false;
         }
         if (controllers.size() == kControllerListMax) {
-            std::fprintf(stream, kInvalidControllerId, piece.c_str());
+            tell(Verdict::UsageError, kInvalidControllerId, piece.c_str());
             return false;
         }
         controllers.push_back(static_cast<KRT_U16>(id));
@@ -342,21 +344,21 @@ bool parseNsOptions(int argc, char **argv, const Command_Info *entry, NsOptions 
             case 'a':
                 o.action = parseAction(optarg);
                 if (o.action == NsAction::None) {
-                    std::fprintf(stream, "-a : invalid action '%s'.\n", optarg);
+                    tell(Verdict::UsageError, "-a : invalid action '%s'.\n", optarg);
                     return false;
                 }
                 ++o.actionCount;
                 break;
             case 'i': {
                 if (!isNumber(optarg)) {
-                    std::fputs("-i: id should be a number\n", stream);
+                    tell(Verdict::UsageError, "-i: id should be a number\n");
                     return false;
                 }
                 // Decided here, by what came before on the line.
                 const bool isPd = o.action == NsAction::Init || o.action == NsAction::Create;
                 o.id = toNumber(optarg) - (isPd && g_oneBaseMode == 1 ? 1 : 0);
                 if (o.id < 0) {
-                    std::fprintf(stream, kInvalidId, optarg);
+                    tell(Verdict::UsageError, kInvalidId, optarg);
                     return false;
                 }
                 o.idText = optarg;
@@ -365,7 +367,7 @@ bool parseNsOptions(int argc, char **argv, const Command_Info *entry, NsOptions 
             }
             case 'e':
                 if (std::strlen(optarg) != kEui64Digits) {
-                    std::fprintf(stream, "-e : invalid EUI64 '%s'.\n", optarg);
+                    tell(Verdict::UsageError, "-e : invalid EUI64 '%s'.\n", optarg);
                     return false;
                 }
                 o.eui64 = optarg;
@@ -373,7 +375,7 @@ bool parseNsOptions(int argc, char **argv, const Command_Info *entry, NsOptions 
                 break;
             case 'n':
                 if (!isNumber(optarg)) {
-                    std::fputs("-n: number of namespace should be a number\n", stream);
+                    tell(Verdict::UsageError, "-n: number of namespace should be a number\n");
                     return false;
                 }
                 o.count = toNumber(optarg);
@@ -385,14 +387,14 @@ bool parseNsOptions(int argc, char **argv, const Command_Info *entry, NsOptions 
                 } else if (strcasecmp(optarg, "no") == 0) {
                     o.shared = false;
                 } else {
-                    std::fprintf(stream, "-s : invalid option '%s'.\n", optarg);
+                    tell(Verdict::UsageError, "-s : invalid option '%s'.\n", optarg);
                     return false;
                 }
                 ++o.sharingCount;
                 break;
             case 'c':
                 if (!isNumber(optarg)) {
-                    std::fputs("-c: controller id should be a number\n", stream);
+                    tell(Verdict::UsageError, "-c: controller id should be a number\n");
                     return false;
                 }
                 if (!parseControllerId(optarg, o.cid)) {
@@ -403,7 +405,7 @@ bool parseNsOptions(int argc, char **argv, const Command_Info *entry, NsOptions 
                 break;
             case 'l':
                 if (!isNumber(optarg)) {
-                    std::fputs("-l: Invalid NS size\n", stream);
+                    tell(Verdict::UsageError, "-l: Invalid NS size\n");
                     return false;
                 }
                 o.sizeGB = std::strtoull(optarg, nullptr, 10);
@@ -417,7 +419,7 @@ bool parseNsOptions(int argc, char **argv, const Command_Info *entry, NsOptions 
                 break;
             case 'p':
                 if (strcasecmp(optarg, "ctrl") != 0) {
-                    std::fprintf(stream, "-p : invalid value '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-p : invalid value '%s'\n", optarg);
                     return false;
                 }
                 o.primary = true;
@@ -427,8 +429,12 @@ bool parseNsOptions(int argc, char **argv, const Command_Info *entry, NsOptions 
                 o.list = true;
                 ++o.listCount;
                 break;
+            case '?':
+                unknownOption();
+                printCommandHelp(entry);
+                return false;
             default:
-                // -h, --unused, --table and anything unknown show the help.
+                // -h, --unused and --table show the help, as does anything unknown.
                 printCommandHelp(entry);
                 return false;
         }
@@ -488,7 +494,7 @@ bool chosenNamespace(const NsOptions &o, long long &nsid)
 {
     nsid = o.id;
     if (o.euiCount != 0 && !getNSIDfromEUI64(o.eui64, nsid)) {
-        std::fprintf(stream, kInvalidEui64Id, o.eui64.c_str());
+        tell(Verdict::NotFound, kInvalidEui64Id, o.eui64.c_str());
         return false;
     }
     return true;
@@ -499,36 +505,36 @@ bool chosenNamespace(const NsOptions &o, long long &nsid)
 int nsInit(const NsOptions &o, const char *name)
 {
     if (o.idCount == 0) {
-        std::fprintf(stream, OptionRequired, name, 'i');
+        optionRequired(name, 'i');
         return 0;
     }
     if (o.countCount == 0) {
-        std::fprintf(stream, OptionRequired, name, 'n');
+        optionRequired(name, 'n');
         return 0;
     }
     if (inVfMode()) {
-        std::fputs("Init action is not allowed in VF mode\n", stream);
+        tell(Verdict::Refused, "Init action is not allowed in VF mode\n");
         return 0;
     }
     if (o.id > kByteMax) {
-        std::fprintf(stream, kInvalidId, o.idText);
+        tell(Verdict::UsageError, kInvalidId, o.idText);
         return 0;
     }
     // The count has a byte of its own and is cut to it.
     const KRT_U32 status =
         sendNamespaceCommand(kNsSubInit, static_cast<KRT_U16>(o.id), 0, static_cast<KRT_U8>(o.count), kFlagInitShare);
     if (status != 0) {
-        std::fputs("\nUnable to initial NS\n", stream);
+        tell(Verdict::RequestFailed, "\nUnable to initial NS\n");
         return static_cast<int>(status);
     }
-    std::fputs("\nInitial NS successfully\n", stream);
+    tell(Verdict::Ok, "\nInitial NS successfully\n");
     return 0;
 }
 
 int nsShare(const NsOptions &o, const char *name)
 {
     if (o.idCount == 0 && o.euiCount == 0) {
-        std::fprintf(stream, kOptionOneOfRequired, name, 'i', 'e');
+        tell(Verdict::UsageError, kOptionOneOfRequired, name, 'i', 'e');
         return 0;
     }
     long long nsid = 0;
@@ -536,25 +542,25 @@ int nsShare(const NsOptions &o, const char *name)
         return 0;
     }
     if (o.sharingCount == 0) {
-        std::fprintf(stream, OptionRequired, name, 's');
+        optionRequired(name, 's');
         return 0;
     }
     if (inVfMode()) {
-        std::fputs("Share action is not allowed in VF mode\n", stream);
+        tell(Verdict::Refused, "Share action is not allowed in VF mode\n");
         return 0;
     }
     if (nsid > kByteMax) {
-        std::fprintf(stream, kInvalidId, o.idText);
+        tell(Verdict::UsageError, kInvalidId, o.idText);
         return 0;
     }
     // A private namespace names the controller that keeps it.
     const KRT_U32 cdw14 = o.shared ? 1 : static_cast<KRT_U32>(o.cid) << 8;
     const KRT_U32 status = sendNamespaceCommand(kNsSubShare, static_cast<KRT_U16>(nsid), 0, cdw14, kFlagInitShare);
     if (status != 0) {
-        std::fputs("\nUnable to set sharing NS\n", stream);
+        tell(Verdict::RequestFailed, "\nUnable to set sharing NS\n");
         return static_cast<int>(status);
     }
-    std::fputs("\nSet sharing NS successfully\n", stream);
+    tell(Verdict::Ok, "\nSet sharing NS successfully\n");
     return 0;
 }
 
@@ -562,19 +568,19 @@ int nsAttachDetach(const NsOptions &o, const char *name)
 {
     const bool attach = o.action == NsAction::Attach;
     if (!_getSupportNSStatus()) {
-        std::fputs("Namespace management and attachment is not support.\n", stream);
+        tell(Verdict::Refused, "Namespace management and attachment is not support.\n");
         return 0;
     }
     if (o.idCount == 0 && o.euiCount == 0) {
-        std::fprintf(stream, kOptionOneOfRequired, name, 'i', 'e');
+        tell(Verdict::UsageError, kOptionOneOfRequired, name, 'i', 'e');
         return 0;
     }
     if (o.ctrlListCount == 0) {
-        std::fprintf(stream, OptionRequired, name, 'd');
+        optionRequired(name, 'd');
         return 0;
     }
     if (o.cidCount != 0) {
-        std::fprintf(stream, kOptionNotAllowed, name, 'c');
+        tell(Verdict::UsageError, kOptionNotAllowed, name, 'c');
         return 0;
     }
     long long nsid = 0;
@@ -582,7 +588,7 @@ int nsAttachDetach(const NsOptions &o, const char *name)
         return 0;
     }
     if (nsid > kNsidMax) {
-        std::fprintf(stream, kInvalidId, o.idText);
+        tell(Verdict::UsageError, kInvalidId, o.idText);
         return 0;
     }
     if (!attach) {
@@ -597,8 +603,11 @@ int nsAttachDetach(const NsOptions &o, const char *name)
     const KRT_U32 select = attach ? 0 : 1;
     const KRT_U32 status = KRT_Adapter_Admin(gCurrentAdapter, NVME_ADMIN_NS_ATTACH, static_cast<KRT_U32>(nsid), &select,
                                              1, list.data(), list.size(), nullptr, 0);
-    std::fprintf(stream, status == 0 ? "%s namespace success\n" : "%s namespace failed\n",
-                 attach ? "Attach" : "Detach");
+    if (status == 0) {
+        tell(Verdict::Ok, "%s namespace success\n", attach ? "Attach" : "Detach");
+    } else {
+        tell(Verdict::RequestFailed, "%s namespace failed\n", attach ? "Attach" : "Detach");
+    }
     return static_cast<int>(status);
 }
 
@@ -609,10 +618,15 @@ int nsPrimaryController()
     const KRT_U32 status = KRT_Adapter_Admin(gCurrentAdapter, NVME_ADMIN_IDENTIFY, 0, &cdw10, 1, nullptr, 0,
                                              identify.data(), identify.size());
     if (status != 0) {
-        std::fputs(kNoPrimaryController, stream);
+        tell(Verdict::RequestFailed, kNoPrimaryController);
         return static_cast<int>(status);
     }
-    std::fprintf(stream, "Primary Controller Id is %d\n", identify[0] | identify[1] << 8);
+    const int primary = identify[0] | identify[1] << 8;
+    const FieldWriter out(stream, 0);
+    out.beginRecord("primary_controller");
+    out.typed("Primary Controller Id is", std::to_string(primary), json_output::Value::number(primary),
+              "primary_controller_id");
+    out.endRecord();
     return 0;
 }
 
@@ -621,28 +635,28 @@ int nsCreate(const NsOptions &o, const char *name)
     const std::pair<int, char> required[] = {{o.idCount, 'i'}, {o.cidCount, 'c'}, {o.sizeCount, 'l'}};
     for (const auto &[given, letter] : required) {
         if (given == 0) {
-            std::fprintf(stream, OptionRequired, name, letter);
+            optionRequired(name, letter);
             return 0;
         }
     }
     if (inVfMode()) {
-        std::fputs("Create action is not allowed in VF mode\n", stream);
+        tell(Verdict::Refused, "Create action is not allowed in VF mode\n");
         return 0;
     }
     // The request carries the PD id plus 1, in a byte.
     if (o.id + 1 > kByteMax) {
-        std::fprintf(stream, kInvalidId, o.idText);
+        tell(Verdict::UsageError, kInvalidId, o.idText);
         return 0;
     }
     if (o.cid > kByteMax) {
-        std::fprintf(stream, kInvalidControllerId, o.cidText);
+        tell(Verdict::UsageError, kInvalidControllerId, o.cidText);
         return 0;
     }
     const auto pd = static_cast<KRT_U16>(o.id);
     KRT_U32 sectorSize = 0;
     // A disk that reports no sector size cannot be sized in sectors.
     if (!GetSectorSizeFromPD(pd, sectorSize) || sectorSize == 0) {
-        std::fprintf(stream, "\nInvalid PD ID: %d\n", pd);
+        tell(Verdict::NotFound, "\nInvalid PD ID: %d\n", pd);
         return 0;
     }
     // Sizes are whole GB; a size beyond 64 bits of bytes wraps, as it always has.
@@ -651,10 +665,10 @@ int nsCreate(const NsOptions &o, const char *name)
     const KRT_U32 status = sendNamespaceCommand(kNsSubCreate, unit, static_cast<KRT_U32>(sectors),
                                                 static_cast<KRT_U32>(sectors >> 32), kFlagCreate);
     if (status != 0) {
-        std::fputs("\nUnable to create NS\n", stream);
+        tell(Verdict::RequestFailed, "\nUnable to create NS\n");
         return static_cast<int>(status);
     }
-    std::fputs("\nCreate NS successfully\n", stream);
+    tell(Verdict::Ok, "\nCreate NS successfully\n");
     return 0;
 }
 
@@ -669,11 +683,10 @@ int doSNS(int argc, char **argv, const Command_Info *entry)
         return 0;
     }
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (anyDuplicate(o)) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 0;
     }
 
@@ -698,7 +711,7 @@ int doSNS(int argc, char **argv, const Command_Info *entry)
     if (o.action == NsAction::Create) {
         return nsCreate(o, argv[0]);
     }
-    std::fputs("Error action!\n", stream);
+    tell(Verdict::UsageError, "Error action!\n");
     return 1;
 }
 

@@ -7,12 +7,15 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "api/krt_api.h"
 #include "commands/commands.h"
 #include "commands/smart_log.h"
 #include "commands/user_file.h"
+#include "commands/verdict.h"
+#include "util/fields.h"
 #include "util/file_io.h"
 #include "util/state.h"
 #include "util/text.h"
@@ -109,6 +112,13 @@ constexpr Dword kDwords[] = {
     {kCdw13, 13, "--cdw13: CDW13 should be a decimal or hexadecimal\n"},
 };
 
+std::string hexText(KRT_U32 value)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%x", value);
+    return text;
+}
+
 const Dword *dwordOption(int opt)
 {
     for (const Dword &d : kDwords) {
@@ -127,8 +137,7 @@ constexpr int kCounted[] = {'t',   'i',   'r',    'p',    'f',    'o',    'n',  
 int doPassthru(int argc, char **argv, const Command_Info *entry)
 {
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
 
     std::vector<int> seen;
@@ -150,18 +159,18 @@ int doPassthru(int argc, char **argv, const Command_Info *entry)
                 break;
             case 't':
                 if (strcasecmp(optarg, "admin") != 0 && strcasecmp(optarg, "nvm") != 0) {
-                    std::fprintf(stream, "-t : invalid action '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-t : invalid action '%s'\n", optarg);
                     return 0;
                 }
                 break;
             case 'i':
                 if (!isNumber(optarg)) {
-                    std::fputs("-i: SSD backend RC/Slot ID should be a number\n", stream);
+                    tell(Verdict::UsageError, "-i: SSD backend RC/Slot ID should be a number\n");
                     return 0;
                 }
                 diskId = std::strtoull(optarg, nullptr, 10);
                 if ((g_oneBaseMode == 1 && diskId == 0) || diskId > kLargestDiskId) {
-                    std::fprintf(stream, "-i : invalid SSD backend RC/Slot ID '%s'.\n", optarg);
+                    tell(Verdict::UsageError, "-i : invalid SSD backend RC/Slot ID '%s'.\n", optarg);
                     return 0;
                 }
                 if (g_oneBaseMode == 1)
@@ -173,31 +182,31 @@ int doPassthru(int argc, char **argv, const Command_Info *entry)
                 } else if (strcasecmp(optarg, "write") == 0 || strcasecmp(optarg, "none") == 0) {
                     code = KRT_PD_CMD_TO_DISK;
                 } else {
-                    std::fprintf(stream, "-r : invalid request '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-r : invalid request '%s'\n", optarg);
                     return 0;
                 }
                 break;
             case 'p':
                 if (!readHexOrDecimal(optarg, &psdt)) {
-                    std::fputs("-p: PSDT should be a decimal or hexadecimal\n", stream);
+                    tell(Verdict::UsageError, "-p: PSDT should be a decimal or hexadecimal\n");
                     return 0;
                 }
                 break;
             case 'f':
                 if (!readHexOrDecimal(optarg, &fuse)) {
-                    std::fputs("-f: FUSE should be a decimal or hexadecimal\n", stream);
+                    tell(Verdict::UsageError, "-f: FUSE should be a decimal or hexadecimal\n");
                     return 0;
                 }
                 break;
             case 'o':
                 if (!readHexOrDecimal(optarg, &opcode)) {
-                    std::fputs("-o: OPCode should be a decimal or hexadecimal\n", stream);
+                    tell(Verdict::UsageError, "-o: OPCode should be a decimal or hexadecimal\n");
                     return 0;
                 }
                 break;
             case 'n':
                 if (!readHexOrDecimal(optarg, &nsid)) {
-                    std::fputs("-n: Backend Namespace ID should be a decimal or hexadecimal\n", stream);
+                    tell(Verdict::UsageError, "-n: Backend Namespace ID should be a decimal or hexadecimal\n");
                     return 0;
                 }
                 break;
@@ -205,17 +214,17 @@ int doPassthru(int argc, char **argv, const Command_Info *entry)
                 // Accepted for scripts that give it: no metadata travels
                 // through a forwarded command.
                 if (!readHexOrDecimal(optarg, &metadataLength)) {
-                    std::fputs("-m: Metadata length id should be a decimal or hexadecimal\n", stream);
+                    tell(Verdict::UsageError, "-m: Metadata length id should be a decimal or hexadecimal\n");
                     return 0;
                 }
                 break;
             case 'd':
                 if (!readHexOrDecimal(optarg, &dataLength)) {
-                    std::fputs("-d: data length id should be a decimal or hexadecimal\n", stream);
+                    tell(Verdict::UsageError, "-d: data length id should be a decimal or hexadecimal\n");
                     return 0;
                 }
                 if (dataLength > kLargestDataLength) {
-                    std::fprintf(stream, "-d: data length should be at most %llu bytes\n", kLargestDataLength);
+                    tell(Verdict::UsageError, "-d: data length should be at most %llu bytes\n", kLargestDataLength);
                     return 0;
                 }
                 break;
@@ -232,11 +241,12 @@ int doPassthru(int argc, char **argv, const Command_Info *entry)
                 showCommand = true;
                 break;
             case '?':
-                return 0;  // getopt has said what was wrong
+                unknownOption();  // getopt has said what was wrong
+                return 0;
             default:
                 if (const Dword *d = dwordOption(opt)) {
                     if (!readHexOrDecimal(optarg, &value)) {
-                        std::fputs(d->error, stream);
+                        tell(Verdict::UsageError, "%s", d->error);
                         return 0;
                     }
                     cmd.CDW[d->index] = static_cast<KRT_U32>(value);
@@ -252,17 +262,17 @@ int doPassthru(int argc, char **argv, const Command_Info *entry)
     const auto given = [&seen](int option) { return std::count(seen.begin(), seen.end(), option); };
     for (int option : kCounted) {
         if (given(option) > 1) {
-            std::fputs(ErrorDuplicate, stream);
+            duplicateOption();
             return 0;
         }
     }
     if (given('i') == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 'i');
+        optionRequired(argv[0], 'i');
         return 0;
     }
     if (given('r') == 0 || given('o') == 0) {
         // A missing opcode is reported as a missing request: kept so.
-        std::fprintf(stream, OptionRequired, argv[0], 'r');
+        optionRequired(argv[0], 'r');
         return 0;
     }
 
@@ -283,27 +293,43 @@ int doPassthru(int argc, char **argv, const Command_Info *entry)
         cmd.cdw_flag |= 1u << 15;
     }
 
-    std::fprintf(stream, "CDW[0]: 0x%x\n", cmd.CDW[14]);
-    if (showCommand) {
-        std::fputs("[Command Format]\n", stream);
-        for (int i = 0; i < 16; ++i) {
-            KRT_U32 word = cmd.CDW[i];
-            if (i == 7)
-                word = static_cast<KRT_U32>(reinterpret_cast<std::uintptr_t>(buffer));
-            else if (i == 9)
-                word = static_cast<KRT_U32>(dataLength);
-            std::fprintf(stream, "CDW%02d: 0x%x\n", i, word);
+    using json_output::Value;
+    const int shownDiskId = static_cast<int>(diskId) + (g_oneBaseMode == 1 ? 1 : 0);
+    {
+        // The forwarded command as it leaves; its dword 0 carries the opcode.
+        const FieldWriter out(stream, 0);
+        out.beginRecord("passthru_command");
+        out.extra("pd_id", Value::number(shownDiskId));
+        out.typed("CDW[0]:", hexText(cmd.CDW[14]), Value::number(cmd.CDW[14]), "cdw0");
+        if (showCommand) {
+            std::vector<KRT_U32> words;
+            std::string text = "[Command Format]\n";
+            for (int i = 0; i < 16; ++i) {
+                KRT_U32 word = cmd.CDW[i];
+                if (i == 7)
+                    word = static_cast<KRT_U32>(reinterpret_cast<std::uintptr_t>(buffer));
+                else if (i == 9)
+                    word = static_cast<KRT_U32>(dataLength);
+                words.push_back(word);
+                char line[32];
+                std::snprintf(line, sizeof line, "CDW%02d: 0x%x\n", i, word);
+                text += line;
+            }
+            text.pop_back();  // the writer ends the line
+            // The lines stand without a label of their own.
+            FieldWriter(stream, 0, "").typed("", text, Value::numbers(words), "command_dwords");
         }
+        out.endRecord();
     }
     if (code == KRT_PD_CMD_TO_DISK) {
-        std::fputs("VMware does not support passthrough write command .\n", stream);
+        tell(Verdict::Refused, "VMware does not support passthrough write command .\n");
         return 0;
     }
 
     const KRT_U32 status =
         KRT_Adapter_PassthruAdmin(gCurrentAdapter, &cmd, nullptr, 0, buffer, static_cast<KRT_U16>(dataLength));
     if (status != 0) {
-        std::fputs("Passthrough command is failed.\n", stream);
+        tell(Verdict::RequestFailed, "Passthrough command is failed.\n");
         return static_cast<int>(status);
     }
     if (toFile) {
@@ -311,16 +337,21 @@ int doPassthru(int argc, char **argv, const Command_Info *entry)
             write_file(buffer, data.size());
         close_file();
     } else {
-        _showRAWData(buffer, static_cast<long>(data.size()));
+        const FieldWriter out(stream, 0);
+        out.beginRecord("passthru_data");
+        out.extra("pd_id", Value::number(shownDiskId));
+        out.extra("length_bytes", Value::number(data.size()));
+        out.bytes("data", buffer, static_cast<long>(data.size()), _showRAWData);
+        out.endRecord();
     }
     if (cmd.CDW[10] == NVME_SMART_LOG_CDW10 && opcode == NVME_ADMIN_GET_LOG_PAGE) {
         // A shorter read leaves the rest of the log zero.
         _krt_smart_log log{};
         if (!data.empty())
             std::memcpy(&log, buffer, std::min(data.size(), sizeof log));
-        showLogSmartInfo(log, 0);
+        showLogSmartInfo(log, 0, {SmartSubject::Kind::PhysicalDisk, gCurrentAdapter, shownDiskId});
     }
-    std::fputs("Passthrough command is success.\n", stream);
+    tell(Verdict::Ok, "Passthrough command is success.\n");
     return 0;
 }
 

@@ -8,6 +8,7 @@
 #include "api/krt_api.h"
 #include "commands/commands.h"
 #include "commands/smart_log.h"
+#include "commands/verdict.h"
 #include "util/state.h"
 #include "util/text.h"
 
@@ -120,7 +121,7 @@ int doSmart(int argc, char **argv, const Command_Info *entry)
             case 'i':
                 // The message names the controller, as it always has.
                 if (!readId(optarg, &pdId) || (g_oneBaseMode == 1 && pdId == 0)) {
-                    std::fprintf(stream, "-i : invalid NVMe Controller id '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-i : invalid NVMe Controller id '%s'\n", optarg);
                     return 0;
                 }
                 if (g_oneBaseMode == 1)
@@ -133,20 +134,21 @@ int doSmart(int argc, char **argv, const Command_Info *entry)
                 } else if (strcasecmp(optarg, "ns") == 0) {
                     object = SmartObject::Ns;
                 } else {
-                    std::fprintf(stream, "-o : invalid object '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-o : invalid object '%s'\n", optarg);
                     return 0;
                 }
                 ++objectCount;
                 break;
             case 'n':
                 if (!readId(optarg, &nsid) || nsid == 0) {
-                    std::fprintf(stream, "-n : invalid namespace id '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-n : invalid namespace id '%s'\n", optarg);
                     return 0;
                 }
                 ++nsidCount;
                 break;
             case '?':
-                return 0;  // getopt has said what was wrong
+                unknownOption();  // getopt has said what was wrong
+                return 0;
             default:
                 // -h and -u.
                 printCommandHelp(entry);
@@ -155,24 +157,23 @@ int doSmart(int argc, char **argv, const Command_Info *entry)
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (idCount != 0 && objectCount != 0) {
-        std::fprintf(stream, "%s: option -%c is not required\n", argv[0], 'i');
+        tell(Verdict::UsageError, "%s: option -%c is not required\n", argv[0], 'i');
         return 0;
     }
     if (idCount == 0 && objectCount == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 'i');
+        optionRequired(argv[0], 'i');
         return 0;
     }
     if (idCount > 1 || objectCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
     if (object == SmartObject::Ns && nsidCount == 0) {
         // Deliberately the same letter as when nothing at all is named.
-        std::fprintf(stream, OptionRequired, argv[0], 'i');
+        optionRequired(argv[0], 'i');
         return 0;
     }
 
@@ -186,14 +187,19 @@ int doSmart(int argc, char **argv, const Command_Info *entry)
         status = namespaceSmart(static_cast<KRT_U32>(nsid), log);
     }
     if (status != 0) {
-        std::fputs("get smart info failed.\n", stream);
+        tell(Verdict::RequestFailed, "get smart info failed.\n");
         return static_cast<int>(status);
     }
 
     if (object == SmartObject::Ns) {
-        showLogSmartInfo_no_calculator(log, 0);
+        showLogSmartInfo_no_calculator(log, 0,
+                                       {SmartSubject::Kind::Namespace, gCurrentAdapter, static_cast<long>(nsid)});
+    } else if (object == SmartObject::Hba) {
+        showLogSmartInfo(log, 1, {SmartSubject::Kind::Controller, gCurrentAdapter, 0});
     } else {
-        showLogSmartInfo(log, object == SmartObject::Hba ? 1 : 0);
+        showLogSmartInfo(log, 0,
+                         {SmartSubject::Kind::PhysicalDisk, gCurrentAdapter,
+                          static_cast<long>(pdId) + (g_oneBaseMode == 1 ? 1 : 0)});
     }
     return 0;
 }

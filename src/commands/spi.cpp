@@ -10,7 +10,9 @@
 #include "api/krt_api.h"
 #include "commands/commands.h"
 #include "commands/user_file.h"
+#include "commands/verdict.h"
 #include "krt/logs.h"
+#include "util/fields.h"
 #include "util/file_io.h"
 #include "util/state.h"
 
@@ -69,13 +71,24 @@ enum class OpenFile { None, Output, Input };
 
 using SPIBuffer = std::array<KRT_U8, KRT_SPI_SIZE>;
 
+// The bytes read from the area or about to be written to it.
+void dataRecord(const char *direction, const KRT_U8 *data, long length)
+{
+    const FieldWriter out(stream, 0);
+    out.beginRecord("spi_data");
+    out.extra("direction", json_output::Value::text(direction));
+    out.extra("length_bytes", json_output::Value::number(length));
+    out.bytes("data", data, length, _showRAWData);
+    out.endRecord();
+}
+
 int readSPI(SPIBuffer &buffer, OpenFile file, const std::string &fileName)
 {
     const KRT_U32 cdws[1] = {KRT_SPI_READ_CDW10};
     const KRT_U32 status = KRT_Adapter_Admin(gCurrentAdapter, NVME_ADMIN_GET_LOG_PAGE, 0, cdws, 1, nullptr, 0,
                                              buffer.data(), static_cast<KRT_U16>(buffer.size()));
     if (status != 0) {
-        std::fputs("Read SPI failed.\n", stream);
+        tell(Verdict::RequestFailed, "Read SPI failed.\n");
         return static_cast<int>(status);
     }
     // Without an output file that opened, the data is shown instead: it is
@@ -85,37 +98,40 @@ int readSPI(SPIBuffer &buffer, OpenFile file, const std::string &fileName)
             reportFileError("write", fileName);
         close_file();
     } else {
-        _showRAWData(buffer.data(), static_cast<long>(buffer.size()));
+        dataRecord("read", buffer.data(), static_cast<long>(buffer.size()));
     }
-    std::fputs("Read SPI successful.\n", stream);
+    tell(Verdict::Ok, "Read SPI successful.\n");
     return 0;
 }
 
 int writeSPI(SPIBuffer &buffer, bool inputGiven, OpenFile file, const std::string &fileName)
 {
     if (!inputGiven) {
-        std::fputs("Please provide input file.\n", stream);
+        tell(Verdict::UsageError, "Please provide input file.\n");
         return 0;
     }
     if (file != OpenFile::Input) {
         // The result is the length of the message, as it has always been.
-        static constexpr char kNoInputFile[] = "File is not exist.\n";
-        std::fputs(kNoInputFile, stream);
-        return static_cast<int>(sizeof kNoInputFile - 1);
+        return tell(Verdict::NotFound, "File is not exist.\n");
     }
     const std::size_t n = static_cast<std::size_t>(std::clamp<long>(get_file_length(), 0, KRT_SPI_SIZE));
     if (read_file(buffer.data(), n) != n) {
         reportFileError("read", fileName);
+        json_output::noteResult(Verdict::NotFound);
         return 1;
     }
-    std::puts("spi write data.....");
-    _showRAWData(buffer.data(), static_cast<long>(n));
+    FieldWriter(stdout, 0).heading("spi write data.....\n");
+    dataRecord("write", buffer.data(), static_cast<long>(n));
 
     // The whole area is written, zero-filled past a short file.
     const KRT_U32 cdws[3] = {KRT_SPI_WRITE_CDW10, 0, KRT_SPI_WRITE_CDW12};
     const KRT_U32 status = KRT_Adapter_Admin(gCurrentAdapter, NVME_ADMIN_VENDOR_C7, 0, cdws, 3, buffer.data(),
                                              static_cast<KRT_U16>(buffer.size()), nullptr, 0);
-    std::fputs(status != 0 ? "Write SPI failed.\n" : "Write SPI successful.\n", stream);
+    if (status != 0) {
+        tell(Verdict::RequestFailed, "Write SPI failed.\n");
+    } else {
+        tell(Verdict::Ok, "Write SPI successful.\n");
+    }
     close_file();
     return static_cast<int>(status);
 }
@@ -142,7 +158,7 @@ int doSPI(int argc, char **argv, const Command_Info *entry)
                 } else if (strcasecmp(optarg, "write") == 0) {
                     type = SPIType::Write;
                 } else {
-                    std::fprintf(stream, "-t : invalid type '%s'\n", optarg);
+                    tell(Verdict::UsageError, "-t : invalid type '%s'\n", optarg);
                     return 0;
                 }
                 ++typeCount;
@@ -162,20 +178,21 @@ int doSPI(int argc, char **argv, const Command_Info *entry)
                 printCommandHelp(entry);
                 return 0;
             default:
+                // getopt has said what was wrong.
+                unknownOption();
                 return 0;
         }
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (typeCount > 1 || outputCount > 1 || inputCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
     if (typeCount == 0) {
-        std::fprintf(stream, OptionRequired, argv[0], 't');
+        optionRequired(argv[0], 't');
         return 0;
     }
 

@@ -1,12 +1,11 @@
 #include "commands/unavailable.h"
 
-#include <cstdio>
-
+#include "commands/verdict.h"
 #include "util/state.h"
 
 int commandNotAvailable(const Command_Info *entry)
 {
     printCommandHelp(entry);
-    std::fputs("This command is not available in this build.\n", stream);
+    tell(Verdict::Refused, "This command is not available in this build.\n");
     return 1;
 }

@@ -12,6 +12,7 @@
 #include "commands/commands.h"
 #include "commands/info.h"
 #include "commands/request_words.h"
+#include "commands/verdict.h"
 #include "util/state.h"
 #include "util/text.h"
 
@@ -166,25 +167,25 @@ int doSVD(int argc, char **argv, const Command_Info *entry)
                 } else if (strcasecmp(arg, "delete") == 0) {
                     action = VdAction::Delete;
                 } else {
-                    std::fprintf(stream, "-a : invalid action '%s'.\n", arg);
+                    tell(Verdict::UsageError, "-a : invalid action '%s'.\n", arg);
                     return 0;
                 }
                 ++actionCount;
                 break;
             case 'i':
                 if (!isNumber(arg)) {
-                    std::fprintf(stream, "-i : invalid vd id '%s'.\n", arg);
+                    tell(Verdict::UsageError, "-i : invalid vd id '%s'.\n", arg);
                     return 0;
                 }
                 vdId = std::strtol(arg, nullptr, 10) - base;
                 if (vdId < 0) {
-                    std::fprintf(stream, "-i : invalid id '%s'\n", arg);
+                    tell(Verdict::UsageError, "-i : invalid id '%s'\n", arg);
                     return 0;
                 }
                 // A wider id would reach the controller cut short, naming
                 // another VD.
                 if (vdId > kMaxVdId) {
-                    std::fprintf(stream, "-i : invalid vd id '%s'.\n", arg);
+                    tell(Verdict::UsageError, "-i : invalid vd id '%s'.\n", arg);
                     return 0;
                 }
                 ++idCount;
@@ -193,7 +194,7 @@ int doSVD(int argc, char **argv, const Command_Info *entry)
                 // Not counted: a repeated -r is taken, the last one wins.
                 raidMode = chooseRaidMode(arg);
                 if (raidMode == KRT_RAID_UNKNOWN) {
-                    std::fprintf(stream, "-r : invalid raid mode %s\n", arg);
+                    tell(Verdict::UsageError, "-r : invalid raid mode %s\n", arg);
                     return 0;
                 }
                 raidGiven = true;
@@ -201,21 +202,21 @@ int doSVD(int argc, char **argv, const Command_Info *entry)
             case 'b':
                 stripe = stripeCode(arg);
                 if (stripe < 0) {
-                    std::fprintf(stream, "-b : invalid stripe block size '%s'.\n", arg);
+                    tell(Verdict::UsageError, "-b : invalid stripe block size '%s'.\n", arg);
                     return 0;
                 }
                 ++stripeCount;
                 break;
             case 'n': {
                 if (optarg == nullptr || !isNumber(arg)) {
-                    std::fprintf(stream, "-n : invalid namespaces '%s'.\n", arg);
+                    tell(Verdict::UsageError, "-n : invalid namespaces '%s'.\n", arg);
                     return 0;
                 }
                 // The count travels in 8 bits.
                 namespaces = static_cast<KRT_U8>(std::strtoul(arg, nullptr, 10));
                 const _NVME_Adapter_Info &info = currentAdapterInfo();
                 if (info.SKUID == 2 && info.MaxNSPerVD == 1 && namespaces >= 2) {
-                    std::fprintf(stream, "-n : invalid number of namespace '%s'.\n", arg);
+                    tell(Verdict::UsageError, "-n : invalid number of namespace '%s'.\n", arg);
                     return 0;
                 }
                 ++namespaceCount;
@@ -223,12 +224,13 @@ int doSVD(int argc, char **argv, const Command_Info *entry)
             }
             case 'd':
                 if (!readMembers(arg, base, members)) {
-                    std::fprintf(stream, "-d : invalid PD ID '%s'\n", arg);
+                    tell(Verdict::UsageError, "-d : invalid PD ID '%s'\n", arg);
                     return 0;
                 }
                 ++memberCount;
                 break;
             case '?':
+                unknownOption();
                 return 0;
             default:
                 printCommandHelp(entry);
@@ -237,11 +239,10 @@ int doSVD(int argc, char **argv, const Command_Info *entry)
     }
 
     if (argc == 1) {
-        printCommandHelp(entry);
-        return 1;
+        return bareCommand(entry);
     }
     if (idCount > 1 || actionCount > 1 || namespaceCount > 1 || memberCount > 1 || stripeCount > 1) {
-        std::fputs(ErrorDuplicate, stream);
+        duplicateOption();
         return 1;
     }
 
@@ -251,11 +252,11 @@ int doSVD(int argc, char **argv, const Command_Info *entry)
     switch (action) {
         case VdAction::Create:
             if (!raidGiven) {
-                std::fprintf(stream, OptionRequired, argv[0], 'r');
+                optionRequired(argv[0], 'r');
                 return 0;
             }
             if (memberCount == 0) {
-                std::fprintf(stream, OptionRequired, argv[0], 'd');
+                optionRequired(argv[0], 'd');
                 return 0;
             }
             cmd.CDW[12] = krt_cdw12(KRT_CLASS_VD, kCreateSubOpcode,
@@ -265,26 +266,30 @@ int doSVD(int argc, char **argv, const Command_Info *entry)
             break;
         case VdAction::Delete:
             if (idCount == 0) {
-                std::fprintf(stream, OptionRequired, argv[0], 'i');
+                optionRequired(argv[0], 'i');
                 return 0;
             }
             // Asked before anything is sent: the host must keep its OS volume.
             if (KRT_VD_Has_OS(gCurrentAdapter, static_cast<KRT_U16>(vdId), currentAdapterInfo().MaxNS) ==
                 kHoldsOsVolume) {
-                std::fprintf(stream, "\nUnable to delete VD %ld. Because it contains a OS volume.\n", vdId + base);
+                tell(Verdict::Refused, "\nUnable to delete VD %ld. Because it contains a OS volume.\n", vdId + base);
                 return 0;
             }
             cmd.CDW[12] = krt_cdw12(KRT_CLASS_VD, kDeleteSubOpcode, static_cast<KRT_U16>(vdId));
             break;
         case VdAction::None:
             // The result is the length of the message, as it has always been.
-            return std::fprintf(stream, "Error action!\n");
+            return tell(Verdict::UsageError, "Error action!\n");
     }
 
     printRequestWords(cmd, {0, 12, 13, 14});
 
     const KRT_U32 status = KRT_Adapter_PassthruAdmin(gCurrentAdapter, &cmd, nullptr, 0, nullptr, 0);
-    std::fputs(status == 0 ? CmdSuccess : CmdFailed, stream);
+    if (status == 0) {
+        tell(Verdict::Ok, CmdSuccess);
+    } else {
+        tell(Verdict::RequestFailed, CmdFailed);
+    }
     return static_cast<int>(status);
 }
 

@@ -2,6 +2,8 @@
 #include <getopt.h>
 
 #include "commands/commands.h"
+#include "commands/verdict.h"
+#include "util/fields.h"
 #include "util/state.h"
 
 const char version_sh[] = ":Show API, CLI and support firmware version";
@@ -40,6 +42,7 @@ int doVersion(int argc, char **argv, const Command_Info *entry)
             case KRT_OUTPUT_OPTION:
                 break;
             case '?':
+                unknownOption();
                 return 1;
             default:
                 printCommandHelp(entry);
@@ -47,8 +50,13 @@ int doVersion(int argc, char **argv, const Command_Info *entry)
         }
     }
 
-    std::fprintf(stream, "CLI Version: %s\n", CLI_VERSION);
-    std::fputs("Support Firmware Version: 1.0.x.1039 above\n", stream);
+    const FieldWriter out(stream, 0);
+    out.beginRecord("version");
+    out.str("CLI Version:", CLI_VERSION);
+    // The oldest firmware the tool works with; newer ones work too.
+    out.typed("Support Firmware Version:", "1.0.x.1039 above", json_output::Value::text("1.0.x.1039"),
+              "minimum_firmware_version");
+    out.endRecord();
     return 0;
 }
 

@@ -38,6 +38,12 @@ void KRTLock_name(KRT_U16 index, char *out, std::size_t size)
 bool KRTLock::init(const char *name)
 {
     std::snprintf(lockName, sizeof lockName, "%s", name);
+    return open();
+}
+
+bool KRTLock::open()
+{
+    m_deferred = false;
     m_handle = sem_open(lockName, O_RDWR, kLockMode, kLockValue);
     if (m_handle == SEM_FAILED) {
         // Created exclusively, starting free: of two processes that start at
@@ -58,6 +64,8 @@ bool KRTLock::init(const char *name)
 
 void KRTLock::lock()
 {
+    if (m_deferred)
+        open();
     if (m_handle == nullptr)
         return;
     struct timeval now {};
@@ -97,8 +105,7 @@ KRTLock *CreateKRTLockInstance(KRT_U16 index)
     auto *lock = new (std::nothrow) KRTLock;
     if (lock == nullptr)
         return nullptr;
-    char name[sizeof lock->lockName];
-    KRTLock_name(index, name, sizeof name);
-    lock->init(name);
+    KRTLock_name(index, lock->lockName, sizeof lock->lockName);
+    lock->m_deferred = true;
     return lock;
 }

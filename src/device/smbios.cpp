@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "util/log.h"
@@ -113,9 +114,13 @@ int smbios_find_slot(const std::uint8_t *table, std::size_t size, unsigned limit
 int get_SMBIOS_slot_ID(const char *bdf, const char *path)
 {
     int slot = -1;
+    // The bus is the leading hexadecimal number of the address text.
     unsigned bus = 0;
-    if (bdf == nullptr || std::sscanf(bdf, "%x:", &bus) != 1)
-        bus = 0;
+    if (bdf != nullptr) {
+        char *end = nullptr;
+        const unsigned long value = std::strtoul(bdf, &end, 16);
+        bus = end != bdf ? static_cast<unsigned>(value) : 0;
+    }
 
     std::vector<std::uint8_t> entry;
     read_SM_file(path, 0, 32, entry);

@@ -1,18 +1,23 @@
 #include "guard/osvolume.h"
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "device/device_management.h"
 #include "krt/admin.h"
 #include "krt/records.h"
 #include "util/log.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -23,17 +28,110 @@ constexpr int kIdNsEui64 = 120;
 // Namespaces looked at per controller when only an identifier is known.
 constexpr KRT_U32 kMaxNamespacesProbed = 256;
 constexpr int kMaxLinkDepth = 8;
+// The mount table of a host is a few kilobytes; a longer one is not read
+// past this.
+constexpr std::size_t kMaxMountTable = 1 << 20;
 
 std::vector<std::pair<KRT_U16, KRT_U32>> gOsNamespaces;
+// The host tree whose scan has not run yet; empty when none is pending.
+// Start-up only names it: most commands never ask the guard, and they
+// should not pay for a walk of the host's storage.
+std::string gPendingRoot;
 
-std::string readSmallFile(const fs::path &p)
+// The host's files are read with plain system calls: the scan runs in
+// every process that asks the guard, and the stream and path libraries
+// would cost more to start than the few files take to read.
+
+// Joins a tree and a path inside it.
+std::string join(const std::string &dir, std::string_view name)
 {
-    std::ifstream in(p);
-    if (!in)
+    if (dir.empty() || dir.back() == '/')
+        return dir + std::string(name);
+    return dir + "/" + std::string(name);
+}
+
+std::string parentOf(const std::string &path)
+{
+    const auto slash = path.rfind('/');
+    if (slash == std::string::npos)
         return {};
-    std::string text(256, '\0');
-    in.read(text.data(), static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<std::size_t>(in.gcount()));
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string_view lastPart(std::string_view path)
+{
+    const auto slash = path.rfind('/');
+    return slash == std::string_view::npos ? path : path.substr(slash + 1);
+}
+
+// Calls f with every non-empty part of a path, in order.
+template <typename F>
+void forEachPart(std::string_view path, F f)
+{
+    while (!path.empty()) {
+        const auto slash = path.find('/');
+        const std::string_view part = path.substr(0, slash);
+        if (!part.empty())
+            f(part);
+        if (slash == std::string_view::npos)
+            break;
+        path.remove_prefix(slash + 1);
+    }
+}
+
+bool exists(const std::string &path)
+{
+    struct stat st {};
+    return stat(path.c_str(), &st) == 0;
+}
+
+bool isDirectory(const std::string &path)
+{
+    struct stat st {};
+    return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+bool isSymlink(const std::string &path)
+{
+    struct stat st {};
+    return lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode);
+}
+
+// The path with every link resolved, or empty when some part is missing.
+std::string resolved(const std::string &path)
+{
+    char *real = realpath(path.c_str(), nullptr);
+    if (real == nullptr)
+        return {};
+    std::string out(real);
+    std::free(real);
+    return out;
+}
+
+// At most limit bytes of a file; empty when it cannot be read.
+std::string readFile(const std::string &path, std::size_t limit)
+{
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return {};
+    std::string text;
+    char chunk[4096];
+    while (text.size() < limit) {
+        const ssize_t n = read(fd, chunk, std::min(sizeof chunk, limit - text.size()));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        text.append(chunk, static_cast<std::size_t>(n));
+    }
+    close(fd);
+    return text;
+}
+
+// A one-line attribute file, without its trailing white space.
+std::string readSmallFile(const std::string &path)
+{
+    std::string text = readFile(path, 256);
     while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back())))
         text.pop_back();
     return text;
@@ -52,89 +150,108 @@ bool parseHexId(std::string_view text, KRT_U8 *out, std::size_t n)
         return false;
     bool nonzero = false;
     for (std::size_t i = 0; i < n; ++i) {
-        out[i] = static_cast<KRT_U8>(std::stoul(digits.substr(i * 2, 2), nullptr, 16));
+        out[i] = static_cast<KRT_U8>(std::strtoul(digits.substr(i * 2, 2).c_str(), nullptr, 16));
         nonzero = nonzero || out[i] != 0;
     }
     return nonzero;
 }
 
 // "dddd:bb:dd.f" as the PCI address text of the registry, or empty.
-std::string pciAddress(const std::string &component)
+std::string pciAddress(std::string_view component)
 {
     unsigned domain = 0, bus = 0, dev = 0, fn = 0;
     char tail = 0;
-    if (component.size() != 12 ||
-        std::sscanf(component.c_str(), "%4x:%2x:%2x.%1x%c", &domain, &bus, &dev, &fn, &tail) != 4)
+    if (component.size() != 12)
         return {};
-    char text[32];
-    std::snprintf(text, sizeof text, "%02x:%02x.%02x", bus, dev, fn);
-    return text;
+    const std::string text(component);
+    if (std::sscanf(text.c_str(), "%4x:%2x:%2x.%1x%c", &domain, &bus, &dev, &fn, &tail) != 4)
+        return {};
+    char out[32];
+    std::snprintf(out, sizeof out, "%02x:%02x.%02x", bus, dev, fn);
+    return out;
 }
 
 // The device of "/" from mountinfo: "major:minor", or empty.
-std::string rootDeviceNumber(const fs::path &root)
+std::string rootDeviceNumber(const std::string &root)
 {
-    std::ifstream in(root / "proc/self/mountinfo");
-    std::string line, found;
-    while (std::getline(in, line)) {
-        std::istringstream words(line);
-        std::string id, parent, devno, fsRoot, mountPoint;
-        if (!(words >> id >> parent >> devno >> fsRoot >> mountPoint))
-            continue;
+    const std::string table = readFile(join(root, "proc/self/mountinfo"), kMaxMountTable);
+    std::string found;
+    std::string_view rest = table;
+    while (!rest.empty()) {
+        const auto eol = rest.find('\n');
+        std::string_view line = rest.substr(0, eol);
+        rest.remove_prefix(eol == std::string_view::npos ? rest.size() : eol + 1);
+        // Mount ID, parent ID, major:minor, root of the mount, mount point.
+        std::string_view words[5];
+        int count = 0;
+        while (count < 5) {
+            const auto begin = line.find_first_not_of(" \t");
+            if (begin == std::string_view::npos)
+                break;
+            line.remove_prefix(begin);
+            const auto end = line.find_first_of(" \t");
+            words[count++] = line.substr(0, end);
+            line.remove_prefix(end == std::string_view::npos ? line.size() : end);
+        }
         // Later lines mount over earlier ones: the last "/" is the one in use.
-        if (mountPoint == "/")
-            found = devno;
+        if (count == 5 && words[4] == "/")
+            found = words[2];
     }
     return found;
 }
 
 // Follows a block device to the NVMe namespace under it: a partition's
 // parent, or a mapped device's first underlying device.
-void describeBlockDevice(const fs::path &dir, OsVolume &vol, std::vector<OsVolume> &out, int depth)
+void describeBlockDevice(const std::string &dir, OsVolume &vol, std::vector<OsVolume> &out, int depth)
 {
-    std::error_code ec;
     if (depth > kMaxLinkDepth)
         return;
-    fs::path ns = dir;
-    if (fs::exists(dir / "partition", ec))
-        ns = dir.parent_path();
-    const fs::path slaves = ns / "slaves";
-    if (fs::is_directory(slaves, ec)) {
-        for (const auto &entry : fs::directory_iterator(slaves, ec)) {
-            fs::path target = fs::weakly_canonical(entry.path(), ec);
-            if (ec)
-                continue;
-            describeBlockDevice(target, vol, out, depth + 1);
-            return;
+    std::string ns = dir;
+    if (exists(join(dir, "partition")))
+        ns = parentOf(dir);
+    const std::string slaves = join(ns, "slaves");
+    if (isDirectory(slaves)) {
+        if (DIR *listing = opendir(slaves.c_str())) {
+            std::string first;
+            while (const dirent *entry = readdir(listing)) {
+                if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0)
+                    continue;
+                first = resolved(join(slaves, entry->d_name));
+                if (!first.empty())
+                    break;
+            }
+            closedir(listing);
+            if (!first.empty()) {
+                describeBlockDevice(first, vol, out, depth + 1);
+                return;
+            }
         }
     }
-    const std::string name = ns.filename().string();
-    if (name.rfind("nvme", 0) != 0)
+    if (lastPart(ns).rfind("nvme", 0) != 0)
         return;
-    const std::string nsid = readSmallFile(ns / "nsid");
+    const std::string nsid = readSmallFile(join(ns, "nsid"));
     if (!nsid.empty() && std::isdigit(static_cast<unsigned char>(nsid[0]))) {
         vol.nsid = static_cast<KRT_U32>(std::strtoul(nsid.c_str(), nullptr, 10));
     }
-    vol.hasEui64 = parseHexId(readSmallFile(ns / "eui"), vol.eui64, sizeof vol.eui64);
-    vol.hasNguid = parseHexId(readSmallFile(ns / "nguid"), vol.nguid, sizeof vol.nguid);
+    vol.hasEui64 = parseHexId(readSmallFile(join(ns, "eui")), vol.eui64, sizeof vol.eui64);
+    vol.hasNguid = parseHexId(readSmallFile(join(ns, "nguid")), vol.nguid, sizeof vol.nguid);
     // The controller's PCI function is the last PCI address on the way down.
-    for (const auto &part : ns) {
-        std::string bdf = pciAddress(part.string());
+    forEachPart(ns, [&](std::string_view part) {
+        std::string bdf = pciAddress(part);
         if (!bdf.empty())
-            vol.bdf = bdf;
-    }
+            vol.bdf = std::move(bdf);
+    });
     if (!vol.bdf.empty() || vol.hasEui64 || vol.hasNguid)
         out.push_back(vol);
 }
 
-void findLinux(const fs::path &root, std::vector<OsVolume> &out)
+void findLinux(const std::string &root, std::vector<OsVolume> &out)
 {
     const std::string devno = rootDeviceNumber(root);
     if (devno.empty())
         return;
-    std::error_code ec;
-    fs::path dir = fs::weakly_canonical(root / "sys/dev/block" / devno, ec);
-    if (ec || !fs::is_directory(dir, ec))
+    const std::string dir = resolved(join(join(root, "sys/dev/block"), devno));
+    if (dir.empty() || !isDirectory(dir))
         return;
     OsVolume vol;
     describeBlockDevice(dir, vol, out, 0);
@@ -142,30 +259,33 @@ void findLinux(const fs::path &root, std::vector<OsVolume> &out)
 
 // The hypervisor host keeps its boot bank as a link into the volume of the boot device;
 // when the chain names the device ("eui.<hex>"), that identifies the namespace.
-void findBootBank(const fs::path &root, std::vector<OsVolume> &out)
+void findBootBank(const std::string &root, std::vector<OsVolume> &out)
 {
-    std::error_code ec;
-    fs::path link = root / "bootbank";
-    for (int i = 0; i < kMaxLinkDepth && fs::is_symlink(link, ec); ++i) {
-        fs::path target = fs::read_symlink(link, ec);
-        if (ec)
+    std::string link = join(root, "bootbank");
+    for (int i = 0; i < kMaxLinkDepth && isSymlink(link); ++i) {
+        char buffer[4096];
+        const ssize_t n = readlink(link.c_str(), buffer, sizeof buffer);
+        if (n <= 0 || static_cast<std::size_t>(n) >= sizeof buffer)
             return;
-        for (const auto &part : target) {
-            const std::string text = part.string();
-            if (text.rfind("eui.", 0) != 0)
-                continue;
-            const std::string id =
-                text.substr(4, text.find(':') == std::string::npos ? std::string::npos : text.find(':') - 4);
+        const std::string target(buffer, static_cast<std::size_t>(n));
+        bool found = false;
+        forEachPart(target, [&](std::string_view text) {
+            if (found || text.rfind("eui.", 0) != 0)
+                return;
+            const std::string_view id =
+                text.substr(4, text.find(':') == std::string_view::npos ? std::string_view::npos : text.find(':') - 4);
             OsVolume vol;
             vol.hasNguid = parseHexId(id, vol.nguid, sizeof vol.nguid);
             if (!vol.hasNguid)
                 vol.hasEui64 = parseHexId(id, vol.eui64, sizeof vol.eui64);
             if (vol.hasNguid || vol.hasEui64) {
                 out.push_back(vol);
-                return;
+                found = true;
             }
-        }
-        link = target.is_absolute() ? root / target.relative_path() : link.parent_path() / target;
+        });
+        if (found)
+            return;
+        link = target.front() == '/' ? join(root, std::string_view(target).substr(1)) : join(parentOf(link), target);
     }
 }
 
@@ -261,12 +381,21 @@ int attachOnlyVd(KRT_U16 index, KRT_U32 select)
     return 0;
 }
 
+// The scan start-up left for the first question, if it has not run yet.
+void runPendingScan()
+{
+    if (gPendingRoot.empty())
+        return;
+    const std::string root = std::move(gPendingRoot);
+    os_vol_scan(root.c_str());
+}
+
 }  // namespace
 
 std::vector<OsVolume> os_vol_find(const std::string &root)
 {
     std::vector<OsVolume> out;
-    const fs::path base = root.empty() ? fs::path("/") : fs::path(root);
+    const std::string base = root.empty() ? "/" : root;
     findLinux(base, out);
     if (out.empty())
         findBootBank(base, out);
@@ -275,6 +404,7 @@ std::vector<OsVolume> os_vol_find(const std::string &root)
 
 void os_vol_scan(const char *root)
 {
+    gPendingRoot.clear();
     gOsNamespaces.clear();
     const std::vector<OsVolume> volumes = os_vol_find(root == nullptr ? "/" : root);
     if (volumes.empty())
@@ -294,13 +424,21 @@ void os_vol_scan(const char *root)
     }
 }
 
+void os_vol_scan_on_demand(const char *root)
+{
+    gOsNamespaces.clear();
+    gPendingRoot = root == nullptr || root[0] == '\0' ? "/" : root;
+}
+
 void sysdisk_final()
 {
+    gPendingRoot.clear();
     gOsNamespaces.clear();
 }
 
 bool os_vol_on_namespace(KRT_U16 adapter, KRT_U32 nsid)
 {
+    runPendingScan();
     for (const auto &[a, n] : gOsNamespaces) {
         if (a == adapter && n == nsid)
             return true;
@@ -310,6 +448,7 @@ bool os_vol_on_namespace(KRT_U16 adapter, KRT_U32 nsid)
 
 int KRT_VD_Has_OS(KRT_U16 adapter, KRT_U16 vd, KRT_U8 MaxNS)
 {
+    runPendingScan();
     bool any = false;
     for (const auto &entry : gOsNamespaces)
         any = any || entry.first == adapter;

@@ -27,9 +27,13 @@ struct OsVolume {
 std::vector<OsVolume> os_vol_find(const std::string &root);
 
 // Runs os_vol_find and records which registered controller namespaces hold
-// the volume. Start-up runs it once.
+// the volume.
 void os_vol_scan(const char *root = "/");
-// Forgets what os_vol_scan found.
+// What start-up runs: the scan of root is only noted, and runs when a
+// command first asks the guard (os_vol_on_namespace, KRT_VD_Has_OS), over
+// the registry as start-up left it. Commands that never ask pay nothing.
+void os_vol_scan_on_demand(const char *root = "/");
+// Forgets what os_vol_scan found, and a scan still pending.
 void sysdisk_final();
 // True when the scan placed the OS volume on namespace nsid of that adapter.
 bool os_vol_on_namespace(KRT_U16 adapter, KRT_U32 nsid);

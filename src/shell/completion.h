@@ -31,7 +31,7 @@ std::vector<OptionSpelling> optionSpellings(const Command_Info &entry);
 const Command_Info *publicCommand(std::string_view word);
 
 struct Completion {
-    std::size_t start = 0;               // where the word being completed begins
+    std::size_t start = 0;                // where the word being completed begins
     std::vector<std::string> candidates;  // sorted, each a whole word
 };
 

@@ -1,7 +1,9 @@
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "shell/shell.h"
+#include "util/json_output.h"
 #include "util/state.h"
 #include "util/text.h"
 
@@ -70,8 +72,10 @@ int cmdDispatcher(int argc, char **argv)
         if (isVidWord(word))
             return 0;
         std::fprintf(stream, "Invalid command '%s'!\n", word);
+        json_output::noteResult(json_output::Verdict::UsageError, "Invalid command '" + std::string(word) + "'!");
         return 1;
     }
     std::fprintf(stream, "Ambiguous command '%s'!\n", word);
+    json_output::noteResult(json_output::Verdict::UsageError, "Ambiguous command '" + std::string(word) + "'!");
     return 1;
 }

@@ -28,6 +28,10 @@ struct Document {
     bool firstRecord = true;
     std::vector<Frame> frames;
     std::optional<std::pair<KRT_U32, std::string>> status;
+    // The verdict noted so far; none is Ok.
+    std::optional<Verdict> verdict;
+    std::optional<std::string> verdictMessage;
+    std::optional<KRT_U32> verdictStatus;
     std::FILE *capture = nullptr;  // what standard output writes into
     std::FILE *destination = nullptr;
     std::FILE *realOut = nullptr;
@@ -134,18 +138,29 @@ void closeThrough(bool record)
         closeTop();
 }
 
-template <typename Write>
-void field(const char *label, Write write)
+// A message as the verdict keeps it: one line's text without the line feeds
+// and blanks around it.
+std::string messageText(std::string_view message)
+{
+    const std::size_t first = message.find_first_not_of(" \n");
+    if (first == std::string_view::npos)
+        return {};
+    const std::size_t last = message.find_last_not_of(" \n");
+    return std::string(message.substr(first, last - first + 1));
+}
+
+void note(Verdict kind, std::optional<std::string_view> message, std::optional<KRT_U32> status)
 {
     Document &d = doc();
-    if (d.frames.empty() || !d.frames.back().isRecord) {
-        beginRecord("summary");
-        field(label, write);
-        endRecord();
+    // The first failure stands; a success line holds only until anything
+    // else is said.
+    if (d.verdict && *d.verdict != Verdict::Ok)
         return;
-    }
-    appendKey(d.records, d.frames.back(), label);
-    write(d.records);
+    d.verdict = kind;
+    d.verdictMessage.reset();
+    if (message)
+        d.verdictMessage = messageText(*message);
+    d.verdictStatus = status;
 }
 
 // The lines standard output received since the last call; blank lines only
@@ -191,6 +206,71 @@ void appendStrings(std::string &out, const std::vector<std::string> &texts)
 }
 
 }  // namespace
+
+std::string_view trimmed(std::string_view text)
+{
+    constexpr std::string_view kPadding(" \0", 2);
+    const std::size_t first = text.find_first_not_of(kPadding);
+    if (first == std::string_view::npos)
+        return {};
+    const std::size_t last = text.find_last_not_of(kPadding);
+    return text.substr(first, last - first + 1);
+}
+
+Value Value::text(std::string_view bytes)
+{
+    std::string json;
+    appendString(json, bytes);
+    return Value(std::move(json));
+}
+
+Value Value::array(const std::vector<Value> &elements)
+{
+    std::string json = "[";
+    for (std::size_t i = 0; i < elements.size(); ++i) {
+        if (i != 0)
+            json += ',';
+        json += elements[i].json();
+    }
+    return Value(json + "]");
+}
+
+Value Value::texts(const std::vector<std::string> &texts)
+{
+    std::vector<Value> elements;
+    for (const std::string &t : texts)
+        elements.push_back(text(t));
+    return array(elements);
+}
+
+const char *verdictName(Verdict kind)
+{
+    switch (kind) {
+        case Verdict::Ok:
+            return "ok";
+        case Verdict::UsageError:
+            return "usage_error";
+        case Verdict::NotFound:
+            return "not_found";
+        case Verdict::Refused:
+            return "refused";
+        case Verdict::RequestFailed:
+            return "request_failed";
+        case Verdict::NoController:
+            return "no_controller";
+    }
+    return "ok";
+}
+
+void noteResult(Verdict kind, std::optional<std::string_view> message)
+{
+    note(kind, message, std::nullopt);
+}
+
+void noteRequestFailed(KRT_U32 status, std::string_view message)
+{
+    note(Verdict::RequestFailed, message, status);
+}
 
 std::string keyOf(std::string_view label)
 {
@@ -328,24 +408,46 @@ void endListing()
     closeThrough(false);
 }
 
+void field(const char *label, const Value &value)
+{
+    Document &d = doc();
+    if (d.frames.empty() || !d.frames.back().isRecord) {
+        beginRecord("summary");
+        field(label, value);
+        endRecord();
+        return;
+    }
+    appendKey(d.records, d.frames.back(), label);
+    d.records += value.json();
+}
+
 void numberField(const char *label, const std::string &number)
 {
-    field(label, [&](std::string &out) { out += number; });
+    Document &d = doc();
+    if (d.frames.empty() || !d.frames.back().isRecord) {
+        beginRecord("summary");
+        numberField(label, number);
+        endRecord();
+        return;
+    }
+    appendKey(d.records, d.frames.back(), label);
+    d.records += number;
 }
 
 void stringField(const char *label, std::string_view text)
 {
-    field(label, [&](std::string &out) { appendString(out, text); });
+    field(label, Value::text(text));
 }
 
 void boolField(const char *label, bool value)
 {
-    field(label, [&](std::string &out) { out += value ? "true" : "false"; });
+    field(label, Value::boolean(value));
 }
 
 void noteStatus(KRT_U32 value, const std::string &text)
 {
     doc().status = std::make_pair(value, text);
+    noteRequestFailed(value, text);
 }
 
 bool writeDocument(const std::vector<std::string> &argv, int exitStatus, const std::optional<ControllerRef> &controller)
@@ -368,6 +470,17 @@ bool writeDocument(const std::vector<std::string> &argv, int exitStatus, const s
     } else {
         text += "null";
     }
+    const Verdict verdict = d.verdict.value_or(Verdict::Ok);
+    text += ",\"result\":{\"kind\":";
+    appendString(text, verdictName(verdict));
+    text += ",\"message\":";
+    if (d.verdictMessage)
+        appendString(text, *d.verdictMessage);
+    else
+        text += "null";
+    if (d.verdictStatus)
+        text += ",\"status\":" + std::to_string(*d.verdictStatus);
+    text += '}';
     text += ",\"records\":[" + d.records + "],\"messages\":";
     appendStrings(text, messages);
     if (d.status) {
@@ -380,6 +493,9 @@ bool writeDocument(const std::vector<std::string> &argv, int exitStatus, const s
     d.records.clear();
     d.firstRecord = true;
     d.status.reset();
+    d.verdict.reset();
+    d.verdictMessage.reset();
+    d.verdictStatus.reset();
 
     std::FILE *out = d.destination != nullptr ? d.destination : d.realOut;
     if (out == nullptr)

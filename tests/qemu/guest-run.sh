@@ -28,34 +28,36 @@ run nvme-id-ns nvme id-ns $dev -n 1 -o json
 run nvme-smart nvme smart-log $dev -o json
 run nvme-fw-log nvme fw-log $dev -o json
 
-# Whole processes, N rounds of all five in turn, so that a slow moment of
-# the host weighs on each alike: microseconds per run. The clock is the
-# uptime's hundredths of a second, hence the many rounds.
-N=40
-now() {
+# Whole processes, the two tools in turn, in blocks of ten runs of one
+# command, so that a slow moment of the host weighs on both alike. The
+# clock is the uptime in hundredths of a second, read without starting a
+# process: a block's hundredths are the milliseconds of one run.
+BLOCKS=8
+tick() {
   read -r up _ </proc/uptime
-  echo "${up%.*}${up#*.}"
+  now=${up%.*}${up#*.}
 }
-t_startup=0 t_krt_id=0 t_nvme_id=0 t_krt_smart=0 t_nvme_smart=0
-timed() {
-  var=$1
+block() {
+  name=$1
   shift
-  start=$(now)
-  "$@" </dev/null >/dev/null 2>&1
-  end=$(now)
-  eval "$var=\$((\$$var + end - start))"
+  tick
+  start=$now
+  i=0
+  while [ $i -lt 10 ]; do
+    "$@" </dev/null >/dev/null 2>&1
+    i=$((i + 1))
+  done
+  tick
+  echo "@@@ block $name $((now - start))"
 }
-i=0
-while [ $i -lt $N ]; do
-  timed t_startup $krt version
-  timed t_krt_id $krt identify -c 1
-  timed t_nvme_id nvme id-ctrl $dev
-  timed t_krt_smart $krt smart -o hba
-  timed t_nvme_smart nvme smart-log $dev
-  i=$((i + 1))
+b=0
+while [ $b -lt $BLOCKS ]; do
+  block krt-identify $krt identify -c 1
+  block nvme-identify nvme id-ctrl $dev
+  block krt-smart $krt smart -o hba
+  block nvme-smart nvme smart-log $dev
+  block krt-version $krt version
+  block nvme-version nvme version
+  block true /bin/true
+  b=$((b + 1))
 done
-echo "@@@ time krt-startup $((t_startup * 10000 / N))"
-echo "@@@ time krt-identify $((t_krt_id * 10000 / N))"
-echo "@@@ time nvme-identify $((t_nvme_id * 10000 / N))"
-echo "@@@ time krt-smart $((t_krt_smart * 10000 / N))"
-echo "@@@ time nvme-smart $((t_nvme_smart * 10000 / N))"

@@ -160,6 +160,36 @@ TEST_F(Guard, IdentifierMatchProbesNamespaces)
     EXPECT_EQ(fake::sent(6).size(), 3u);
 }
 
+// Start-up only notes the scan; the first question runs it, once, and the
+// answer is the one an immediate scan gives.
+TEST_F(Guard, ScanOnDemandRunsAtTheFirstQuestion)
+{
+    TempTree t;
+    bootBank(t, "eui.0025385b71b01234");
+    fake::Adapter &a = fake::driver().adapters[0];
+    a.identify[516] = 1;
+    std::memcpy(&a.identify[120], kEui.data(), kEui.size());
+    const std::function<bool()> askers[] = {
+        [] { return os_vol_on_namespace(0, 1); },
+        [] { return KRT_VD_Has_OS(0, 0, 32) == KRT_VD_HAS_OS; },
+    };
+    _NVME_NS_Info ns{};
+    ns.NSID = 1;
+    ns.Status = KRT_NS_VALID;
+    fake::answer(reply(), ns);
+    for (const auto &ask : askers) {
+        fake::driver().requests.clear();
+        os_vol_scan_on_demand(t.path().c_str());
+        EXPECT_TRUE(fake::sent(6).empty()) << "nothing is asked of the controller before the question";
+        EXPECT_TRUE(ask());
+        EXPECT_EQ(fake::sent(6).size(), 2u) << "the scan's Identify requests, at the question";
+        EXPECT_TRUE(ask());
+        EXPECT_EQ(fake::sent(6).size(), 2u) << "the scan runs once";
+        sysdisk_final();
+        EXPECT_FALSE(os_vol_on_namespace(0, 1)) << "a pending scan is dropped at the end";
+    }
+}
+
 TEST_F(Guard, HooksAttachAndDetachTheOnlyVd)
 {
     _RequestHeader head{};

@@ -30,6 +30,9 @@ void setCounter(KRT_U8 (&field)[16], const KRT_U8 (&littleEndian)[N])
     std::memcpy(field, littleEndian, N);
 }
 
+// The log's owner counts only in the JSON document.
+constexpr SmartSubject kDisk{SmartSubject::Kind::PhysicalDisk, 0, 1};
+
 std::string line(const std::string &label, const std::string &value)
 {
     return label + std::string(54 - label.size(), ' ') + ": " + value + "\n";
@@ -62,10 +65,10 @@ TEST(SmartDisplay, EveryLineInOrder)
         line("Thermal Management Temperature 2 Transition Count", "0") +
         line("Total Time For Thermal Management Temperature 1", "0") +
         line("Total Time For Thermal Management Temperature 2", "12") + "\n";
-    EXPECT_EQ(printed([&] { showLogSmartInfo(log, 0); }), expected);
+    EXPECT_EQ(printed([&] { showLogSmartInfo(log, 0, kDisk); }), expected);
 
     // The controller's own list stops after the wear, then one blank line.
-    const std::string controller = printed([&] { showLogSmartInfo(log, 1); });
+    const std::string controller = printed([&] { showLogSmartInfo(log, 1, kDisk); });
     EXPECT_EQ(controller, expected.substr(0, expected.find("Data Units Read")) + "\n");
 }
 
@@ -73,15 +76,15 @@ TEST(SmartDisplay, TemperatureZeroAndTheNamespaceForm)
 {
     _krt_smart_log log{};
     setCounter(log.data_units_written, {0x80, 0x84, 0x1E});
-    EXPECT_TRUE(has(printed([&] { showLogSmartInfo(log, 0); }), line("Composite Temperature", "-273 Celsius")));
+    EXPECT_TRUE(has(printed([&] { showLogSmartInfo(log, 0, kDisk); }), line("Composite Temperature", "-273 Celsius")));
 
-    const std::string ns = printed([&] { showLogSmartInfo_no_calculator(log, 0); });
+    const std::string ns = printed([&] { showLogSmartInfo_no_calculator(log, 0, kDisk); });
     EXPECT_TRUE(has(ns, line("Composite Temperature", "0")));
     EXPECT_TRUE(has(ns, line("Data Units Written", "2000000")));
     EXPECT_FALSE(has(ns, "GB"));
     log.temperature = 300;
-    EXPECT_TRUE(
-        has(printed([&] { showLogSmartInfo_no_calculator(log, 1); }), line("Composite Temperature", "27 Celsius")));
+    EXPECT_TRUE(has(printed([&] { showLogSmartInfo_no_calculator(log, 1, kDisk); }),
+                    line("Composite Temperature", "27 Celsius")));
 }
 
 TEST(SmartDisplay, CountersBeyond64BitsAreNotCut)
@@ -98,7 +101,7 @@ TEST(SmartDisplay, CountersBeyond64BitsAreNotCut)
     _krt_smart_log log{};
     std::memcpy(log.host_reads, counter, 16);
     log.data_units_read[8] = 1;
-    const std::string text = printed([&] { showLogSmartInfo(log, 0); });
+    const std::string text = printed([&] { showLogSmartInfo(log, 0, kDisk); });
     EXPECT_TRUE(has(text, line("Host Read Commands", "1267650600228229401496703205376")));
     EXPECT_TRUE(has(text, line("Data Units Read", "18446744073709551616 (9444732965739290 GB)")));
 }
@@ -154,7 +157,7 @@ TEST(IdentifyDisplay, NamespaceAndItsLbaFormats)
     ns.nacwu = 0xBEEF;
     ns.eui64[7] = 0x42;
     ns.lbaf[1] = {8, 12, 0xFF};
-    const std::string text = printed([&] { _showNSDetail(ns); });
+    const std::string text = printed([&] { _showNSDetail(ns, 1); });
     EXPECT_EQ(text.rfind("NSZE:                0x1234567890\nNCAP:                0x0\n", 0), 0u);
     EXPECT_TRUE(has(text, "nacwu:               0xbeef\n"));
     EXPECT_TRUE(has(text, "eui64[7]:            0x42\n"));
@@ -169,10 +172,10 @@ TEST(IdentifyDisplay, NamespaceAndItsLbaFormats)
     // 255 formats + 1 wraps to none; 254 lists all 255, the last far past
     // the 64 NVMe defines but inside the page.
     ns.nlbaf = 255;
-    EXPECT_EQ(occurrences(printed([&] { _showNSDetail(ns); }), "[LBAF]"), 0);
+    EXPECT_EQ(occurrences(printed([&] { _showNSDetail(ns, 1); }), "[LBAF]"), 0);
     ns.nlbaf = 254;
     ns.lbaf[254].ds = 0x77;
-    const std::string all = printed([&] { _showNSDetail(ns); });
+    const std::string all = printed([&] { _showNSDetail(ns, 1); });
     EXPECT_EQ(occurrences(all, "[LBAF]"), 255);
     EXPECT_TRUE(has(all, "[LBAF]               254\n  MS:                0x0\n  DS:                0x77\n"));
 }

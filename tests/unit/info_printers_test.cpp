@@ -118,7 +118,7 @@ TEST(InfoPrinters, BackgroundActivityDiskStatusAndParentHealth)
         bga.BgaType = c.type;
         bga.Percentage = 9;
         bga.BgaStatus = c.status;
-        EXPECT_EQ(printed([&] { VD_PrintBGAStatus(bga); }), c.line);
+        EXPECT_EQ(printed([&] { VD_PrintBGAStatus(bga, 0); }), c.line);
     }
     const struct {
         KRT_U8 status;

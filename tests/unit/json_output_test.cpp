@@ -1,12 +1,15 @@
-// The JSON output's key rule, its text escaping and the record structure it
-// builds, without a command or a controller.
+// The JSON output's key rule, its text escaping, the record structure it
+// builds and how it settles the verdict, without a command or a controller.
 #include "util/json_output.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -53,8 +56,37 @@ TEST(JsonText, TextIsValidUtf8WithEveryControlCharacterEscaped)
     EXPECT_TRUE(back.is_string());
 }
 
+// Starts a document afresh: what other tests in this process left noted
+// goes into one that nobody reads.
+void discardPending()
+{
+    std::FILE *file = std::tmpfile();
+    ASSERT_NE(file, nullptr);
+    json_output::setDestination(file);
+    json_output::writeDocument({}, 0, std::nullopt);
+    json_output::closeDestination();
+}
+
+// The next document written to a temporary destination, parsed.
+template <class Fill>
+nlohmann::json document(Fill fill)
+{
+    discardPending();
+    std::FILE *file = std::tmpfile();
+    EXPECT_NE(file, nullptr);
+    json_output::setDestination(file);
+    fill();
+    EXPECT_TRUE(json_output::writeDocument({"x"}, 0, std::nullopt));
+    std::rewind(file);
+    std::string text(4096, '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), file));
+    json_output::closeDestination();
+    return nlohmann::json::parse(text);
+}
+
 TEST(JsonText, RecordsCutShortStillCloseAndKeysStayApart)
 {
+    discardPending();
     std::FILE *file = std::tmpfile();
     ASSERT_NE(file, nullptr);
     json_output::setDestination(file);
@@ -79,16 +111,76 @@ TEST(JsonText, RecordsCutShortStillCloseAndKeysStayApart)
     EXPECT_EQ(text.back(), '\n');
     EXPECT_EQ(text.find('\n'), text.size() - 1);  // one line
     const nlohmann::json doc = nlohmann::json::parse(text);
-    EXPECT_EQ(doc["json_format_version"], nlohmann::json::array({1, 0}));
+    EXPECT_EQ(doc["json_format_version"], nlohmann::json::array({2, 0}));
     EXPECT_EQ(doc["krt_cli"]["exit_status"], 1);
     EXPECT_EQ(doc["controller"]["number"], 1);
     EXPECT_EQ(doc["status"]["value"], 0x181);
+    EXPECT_EQ(doc["result"],
+              nlohmann::json::parse(R"({"kind": "request_failed", "message": "failed", "status": 385})"));
     ASSERT_EQ(doc["records"].size(), 2u);
     EXPECT_EQ(doc["records"][0], nlohmann::json::parse(R"({"record":"summary","total_of_pd":4})"));
     const nlohmann::json &controller = doc["records"][1];
     EXPECT_EQ(controller["name"], "a");
     EXPECT_EQ(controller["name_2"], "b");
     EXPECT_EQ(controller["pcie_links"], nlohmann::json::parse(R"([{"record":"pcie_link","up":true}])"));
+}
+
+}  // namespace
+
+namespace {
+
+using json_output::Verdict;
+
+TEST(JsonVerdict, TheFirstFailureStandsAndSuccessOnlyWhileNothingElse)
+{
+    using nlohmann::json;
+    const struct {
+        std::vector<std::pair<Verdict, const char *>> notes;  // a null message: none said
+        json result;
+    } cases[] = {
+        {{}, json::parse(R"({"kind": "ok", "message": null})")},
+        {{{Verdict::Ok, "cmd success\n"}, {Verdict::Ok, "\nVD 1 import successfully.\n"}},
+         json::parse(R"({"kind": "ok", "message": "VD 1 import successfully."})")},
+        // What follows from a failure does not replace it.
+        {{{Verdict::NotFound, "\nUnable to get info of PD\n"}, {Verdict::RequestFailed, "cmd failed.\n"}},
+         json::parse(R"({"kind": "not_found", "message": "Unable to get info of PD"})")},
+        {{{Verdict::UsageError, nullptr}, {Verdict::Ok, "Set debug mode to enable\n"}},
+         json::parse(R"({"kind": "usage_error", "message": null})")},
+        {{{Verdict::Ok, "Reset success\n"}, {Verdict::Refused, "This command is not available in this build.\n"}},
+         json::parse(R"({"kind": "refused", "message": "This command is not available in this build."})")},
+        {{{Verdict::NoController, "No NVMe Controller is found."}, {Verdict::UsageError, "x"}},
+         json::parse(R"({"kind": "no_controller", "message": "No NVMe Controller is found."})")},
+    };
+    for (const auto &c : cases) {
+        const json doc = document([&] {
+            for (const auto &[kind, message] : c.notes) {
+                if (message == nullptr)
+                    json_output::noteResult(kind);
+                else
+                    json_output::noteResult(kind, message);
+            }
+        });
+        EXPECT_EQ(doc["result"], c.result);
+    }
+    // A request's status beside its line; a document starts afresh.
+    EXPECT_EQ(document([] { json_output::noteRequestFailed(0x706, "Invalid HD ID (Status Code: 0x706)"); })["result"],
+              json::parse(
+                  R"j({"kind": "request_failed", "message": "Invalid HD ID (Status Code: 0x706)", "status": 1798})j"));
+    EXPECT_EQ(document([] {})["result"]["kind"], "ok");
+}
+
+TEST(JsonText, TypedValuesAndTrimmedTexts)
+{
+    using json_output::Value;
+    EXPECT_EQ(Value::array({Value::number(0), Value::null(), Value::number(-3)}).json(), "[0,null,-3]");
+    EXPECT_EQ(Value::numbers(std::vector<unsigned long long>{18446744073709551615ull}).json(),
+              "[18446744073709551615]");
+    EXPECT_EQ(Value::texts({"RAID0", "\"x\""}).json(), R"(["RAID0","\"x\""])");
+    EXPECT_EQ(Value::array({}).json(), "[]");
+    EXPECT_EQ(Value::number(true).json(), "true");
+    EXPECT_EQ(json_output::trimmed(std::string_view("  On \0\0", 7)), "On");
+    EXPECT_EQ(json_output::trimmed(std::string_view("\0 \0", 3)), "");
+    EXPECT_EQ(json_output::trimmed("a b"), "a b");
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "api/krt_api.h"
 #include "device/device_management.h"
+#include "device/lock.h"
 #include "platform/nvme_lib.h"
 #include "transport_fake_driver.h"
 
@@ -81,6 +82,21 @@ TEST_F(Registry, SubnqnTextBlanksNulsAndAppendsByte828)
     fake::scan({a});
     ASSERT_EQ(registry->getDeviceCount(), 1);
     EXPECT_EQ(registry->getDeviceSUBNQN(0), nqn + std::string(40 - nqn.size(), ' ') + "Z" + std::string(19, ' ') + "7");
+}
+
+// The per-controller semaphore serves paired requests only: discovery names
+// it, the first paired request opens it.
+TEST_F(Registry, SemaphoreIsOpenedByTheFirstPairedRequest)
+{
+    fake::scan({fake::managedAdapter("vmhba1")});
+    ASSERT_EQ(registry->getDeviceCount(), 1);
+    const KRTLock *lock = registry->getDevice(0)->getNVMEDevice()->m_lock;
+    ASSERT_NE(lock, nullptr);
+    EXPECT_STREQ(lock->lockName, "krtd00");
+    EXPECT_EQ(lock->m_handle, nullptr) << "discovery opens no semaphore";
+    _NVME_Adapter_Info info{};
+    EXPECT_EQ(KRT_Adapter_GetInfo(0, &info), 0u);
+    EXPECT_NE(lock->m_handle, nullptr);
 }
 
 TEST_F(Registry, PlaceholderBeyondTheRegisteredDevicesRefusesEverything)
