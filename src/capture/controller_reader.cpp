@@ -54,7 +54,6 @@ constexpr int kFwSlots = 7;
 
 // The request flags the commands give these requests.
 constexpr KRT_U16 kFlagDirect = (1u << 0) | (1u << 12);
-constexpr KRT_U16 kFlagDirectWithId = kFlagDirect | (1u << 14);
 constexpr KRT_U16 kFlagRead = (1u << 0) | (1u << 10) | (1u << 12);
 constexpr KRT_U16 kFlagDiskIdentify = 0x4403;
 constexpr KRT_U16 kFlagDiskLog = 0xC403;
