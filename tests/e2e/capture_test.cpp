@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -23,12 +22,16 @@ using krt_test::RunResult;
 using krt_test::SimMachine;
 using Json = nlohmann::json;
 
+// The numbers that follow a label ("PD ID:", ...) wherever it stands.
 std::vector<std::string> idsAfter(const std::string &text, const std::string &label)
 {
     std::vector<std::string> ids;
-    const std::regex pattern(label + R"(\s+(\d+))");
-    for (std::sregex_iterator it(text.begin(), text.end(), pattern), end; it != end; ++it)
-        ids.push_back((*it)[1]);
+    for (std::size_t at = text.find(label); at != std::string::npos; at = text.find(label, at + label.size())) {
+        const std::size_t from = text.find_first_not_of(' ', at + label.size());
+        const std::size_t to = text.find_first_not_of("0123456789", from);
+        if (from != std::string::npos && to != from)
+            ids.push_back(text.substr(from, to - from));
+    }
     return ids;
 }
 
