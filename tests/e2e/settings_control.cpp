@@ -11,11 +11,8 @@
 
 namespace {
 
-using krt_test::contains;
-using krt_test::exact;
 using krt_test::has;
 using krt_test::occurrences;
-using krt_test::prefix;
 using krt_test::SimMachine;
 using Words = std::vector<std::string>;
 
@@ -51,171 +48,9 @@ std::string logOf(const SimMachine &m)
     return m.krtsim({"log"}).out;
 }
 
-std::string settings(const char *autoRebuild, const char *rate)
-{
-    return std::string("Auto Rebuild:            ") + autoRebuild + "\nBGA Rate:                " + rate + "\n\n";
-}
-
-// get and set: option rules, the controller each pass asks, the words a
-// change sends, what a failing controller makes of them.
 TEST(Settings, Cases)
 {
-    const std::string getHelp = "Description:For getting configuration information of NVMe Controller.\n";
-    const std::string setHelp = "Description:For setting configuration parameters of NVMe Controller.\n";
-    const std::string read = "vmhba1 opc=0xe2 nsid=0 cdw10=0x000003ff cdw11=0x00000000 cdw12=0x000001e0";
-    const auto write = [](const std::string &cdw14) {
-        return "cdw12=0x000002e0 cdw13=0x00000000 cdw14=" + cdw14 + " cdw15=0x00000000 dir=from len=0";
-    };
-    const Words none;
-    const auto fault = [](Words words) {
-        words.insert(words.begin(), {"krtsim", "fault", "add"});
-        return std::vector<Words>{words};
-    };
-    krt_test::runCases({
-        {{"get", "-o", "disk"},
-         1,
-         exact("-o : invalid object 'disk', should be NVMe Controller\n"),
-         "usage_error",
-         none},
-        {{"get", "-o", "hba", "-i", "x"}, 1, exact("-i : id is not a number\n"), "usage_error", none},
-        {{"get", "-o", "hba", "-i", "1"}, 1, exact("-i : invalid id '1'\n"), "not_found", none},
-        {{"get", "-o", "hba", "-i", "99999999999999999999999"},
-         1,
-         exact("-i : invalid id '99999999999999999999999'\n"),
-         "not_found",
-         none},
-        {{"get", "-o", "hba", "-O", "hba"}, 1, exact(""), "usage_error", none},
-        {{"get", "-o", "hba", "-o", "hba"}, 1, exact("Duplicated option specified.\n"), "usage_error", none},
-        {{"get", "-i", "0"}, 1, exact("get: option -o is required\n"), "usage_error", none},
-        {{"get"}, 1, prefix(getHelp), "usage_error", none},
-        {{"get", "-h"}, 0, prefix(getHelp), "ok", none},
-        {{"set", "-o", "hba", "-i", "0", "-a", "maybe"},
-         1,
-         exact("-c : invalid auto rebuild mode 'maybe'\n"),
-         "usage_error",
-         none},
-        {{"set", "-o", "hba", "-i", "x"},
-         1,
-         exact("-i : id is not a number\n-i : invalid id 'x'\n"),
-         "usage_error",
-         none},
-        {{"set", "-o", "hba", "-i", "0", "-r", "fast"},
-         1,
-         exact("-r : invalid BGA rate 'fast'\n"),
-         "usage_error",
-         none},
-        {{"set", "-o", "hba", "-i", "0", "-v", "1"}, 1, exact("-v : invalid vd id '1'\n"), "usage_error", none},
-        {{"set", "-o", "disk"}, 1, exact("-o : invalid object 'disk'\n"), "usage_error", none},
-        {{"set", "-o", "hba", "-a", "on"}, 1, exact("set: option -i is required\n"), "usage_error", none},
-        {{"set", "-i", "0", "-a", "on"}, 1, exact("set: option -o is required\n"), "usage_error", none},
-        {{"set", "-o", "hba", "-i", "0", "-c", "x"}, 0, prefix(setHelp), "ok", none},
-        {{"set"}, 1, prefix(setHelp), "usage_error", none},
-        // Read, but nothing to write.
-        {{"set", "-o", "hba", "-i", "0", "-v", "0"},
-         0,
-         exact("Invalid setting(s) for HBA\n"),
-         "usage_error",
-         Words{read}},
-        // A leading controller number stands in for -i, but only with -o.
-        {{"0", "set", "-a", "on"}, 1, exact("set: option -i is required\n"), "usage_error", none},
-
-        // Read first, then written back with only what was given changed.
-        {{"set", "-o", "hba", "-i", "0", "-r", "LOW", "-a", "off"},
-         0,
-         exact("HBA configuration is updated.\n"),
-         "ok",
-         Words{read, write("0x00002000")}},
-        {{"get", "-o", "hba", "-i", "0"},
-         0,
-         exact(settings("off", "Low")),
-         "ok",
-         Words{read},
-         "raid",
-         {{"cli", "set", "-o", "hba", "-i", "0", "-r", "LOW", "-a", "off"}}},
-        {{"0", "get", "-o", "hba"},
-         0,
-         exact(settings("on", "High")),
-         "ok",
-         std::nullopt,
-         "raid",
-         {{"cli", "set", "-o", "hba", "-i", "0", "--bgarate", "high"}}},
-        {{"0", "set", "-o", "hba", "-a", "On"},
-         0,
-         exact("HBA configuration is updated.\n"),
-         "ok",
-         Words{read, write("0x00000201")}},
-
-        // Every pass of a listing asks the addressed controller; only
-        // controllers 0 and 1 are served by id.
-        {{"get", "-o", "hba"},
-         0,
-         exact(settings("on", "Medium") + settings("on", "Medium") + settings("on", "Medium")),
-         "ok",
-         Words{read, read, read},
-         "multi"},
-        {{"get", "-o", "hba", "-i", "1"},
-         0,
-         exact(settings("on", "Medium")),
-         "ok",
-         Words{"vmhba2 opc=0xe2 nsid=0 cdw10=0x000003ff"},
-         "multi"},
-        {{"get", "-o", "hba", "-i", "2"},
-         1,
-         exact("\nUnable to get configuration of NVMe Controller 2\n"),
-         "not_found",
-         none,
-         "multi"},
-        // The JBOF test looks at the addressed controller for get, at the target for set.
-        {{"2", "get", "-o", "hba", "-i", "0"},
-         34,
-         exact("This feature is not support JBOF.\n"),
-         "refused",
-         none,
-         "multi"},
-        {{"set", "-o", "hba", "-i", "2", "-a", "on"},
-         1,
-         exact("This feature is not support JBOF.\n"),
-         "refused",
-         none,
-         "multi"},
-        {{"2", "set", "-o", "hba", "-i", "1", "-r", "low"},
-         0,
-         exact("HBA configuration is updated.\n"),
-         "ok",
-         Words{"vmhba2 opc=0xe2 nsid=0 cdw10=0x000003ff",
-               "vmhba2 opc=0xe2 nsid=0 cdw10=0x00000000 cdw11=0x00000000 " + write("0x00002001")},
-         "multi"},
-
-        // A failing controller.
-        {{"get", "-o", "hba"},
-         1,
-         exact("\nUnable to get configuration of NVMe Controller 255\n"),
-         "request_failed",
-         std::nullopt,
-         "raid",
-         fault({"--cdw12", "0x000001e0", "--bad-sign"})},
-        {{"set", "-o", "hba", "-i", "0", "-a", "on"},
-         1,
-         exact("\nUnable to get configuration info of adapter 0\n"),
-         "request_failed",
-         std::nullopt,
-         "raid",
-         fault({"--cdw12", "0x000001e0", "--bad-sign"})},
-        {{"get", "-o", "hba", "-i", "0"},
-         9,
-         exact("\nUnable to get configuration of NVMe Controller 0\n"),
-         "request_failed",
-         std::nullopt,
-         "raid",
-         fault({"--cdw12", "0x000001e0", "--envelope-status", "9"})},
-        {{"set", "-o", "hba", "-i", "0", "-a", "off"},
-         1,
-         exact("Not supported (Status Code: 0x705)\n\nFailed to configure hba 0\n"),
-         "request_failed",
-         std::nullopt,
-         "raid",
-         fault({"--cdw12", "0x000002e0", "--status", "0x0705"})},
-    });
+    krt_test::runCaseFile("settings.cases");
 }
 
 TEST(Import, UsageErrors)

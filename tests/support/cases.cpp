@@ -102,8 +102,8 @@ SchemaCheck::~SchemaCheck()
         std::string all;
         for (const json &error : report["errors"])
             all += "\n  " + error.get<std::string>();
-        ADD_FAILURE() << where_.at(report["line"].get<std::size_t>() - 1) << ": the schema refuses the document:"
-                      << all;
+        ADD_FAILURE() << where_.at(report["line"].get<std::size_t>() - 1)
+                      << ": the schema refuses the document:" << all;
     }
 }
 
@@ -115,11 +115,122 @@ void SchemaCheck::add(const std::string &documents, const std::string &where)
     }
 }
 
+namespace {
+
+// Blank-separated words; "" is an empty word.
+Words splitWords(const std::string &text)
+{
+    Words result;
+    std::istringstream in(text);
+    for (std::string word; in >> word;)
+        result.push_back(word == "\"\"" ? std::string() : word);
+    return result;
+}
+
+// The columns of a table line, split at " | " ("\|" is a pipe inside one).
+std::vector<std::string> columns(const std::string &line)
+{
+    std::vector<std::string> out(1);
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        if (line.compare(i, 3, " | ") == 0) {
+            out.emplace_back();
+            i += 2;
+        } else if (line.compare(i, 2, "\\|") == 0) {
+            out.back() += "\\|";
+            ++i;
+        } else {
+            out.back() += line[i];
+        }
+    }
+    return out;
+}
+
+std::string trimmed(const std::string &text)
+{
+    const std::size_t start = text.find_first_not_of(' ');
+    return start == std::string::npos ? std::string() : text.substr(start, text.find_last_not_of(' ') + 1 - start);
+}
+
+// \n, \t, \\ and \| as the characters they stand for.
+std::string unescaped(const std::string &text)
+{
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\' || i + 1 == text.size()) {
+            out += text[i];
+            continue;
+        }
+        const char next = text[++i];
+        out += next == 'n' ? '\n' : next == 't' ? '\t' : next;
+    }
+    return out;
+}
+
+}  // namespace
+
+std::vector<Case> readCases(const std::string &name)
+{
+    const std::string path = KRT_SOURCE_DIR "/tests/cases/" + name;
+    std::istringstream file(readFile(path));
+    std::vector<Case> cases;
+    int number = 0;
+    for (std::string line; std::getline(file, line);) {
+        ++number;
+        if (line.empty() || line[0] == '#')
+            continue;
+        const std::vector<std::string> cells = columns(line);
+        Case c;
+        c.source = "tests/cases/" + name + ":" + std::to_string(number);
+        if (cells.size() != 5) {
+            ADD_FAILURE() << c.source << ": " << cells.size() << " columns, not 5";
+            continue;
+        }
+        std::string machine = cells[0];
+        for (std::size_t plus; (plus = machine.rfind(" + ")) != std::string::npos; machine.erase(plus))
+            c.setup.insert(c.setup.begin(), splitWords(machine.substr(plus + 3)));
+        c.machine = trimmed(machine);
+        c.words = splitWords(cells[1]);
+        std::istringstream verdict(cells[2]);
+        verdict >> c.status;
+        if (!(verdict >> c.kind))
+            c.kind = "ok";
+        const std::string out = trimmed(cells[3]);
+        if (out == "*")
+            c.out = contains("");
+        else if (out == "\"\"")
+            c.out = exact("");
+        else if (!out.empty() && out[0] == '^')
+            c.out = prefix(unescaped(out.substr(1)));
+        else if (!out.empty() && out[0] == '~')
+            c.out = contains(unescaped(out.substr(1)));
+        else
+            c.out = exact(unescaped(out));
+        const std::string sent = trimmed(cells[4]);
+        if (sent != "*") {
+            c.sent = Words{};
+            for (std::size_t at = 0; sent != "none" && at < sent.size();) {
+                const std::size_t end = std::min(sent.find(" ; ", at), sent.size());
+                c.sent->push_back(sent.substr(at, end - at));
+                at = end + 3;
+            }
+        }
+        cases.push_back(c);
+    }
+    return cases;
+}
+
+void runCaseFile(const std::string &name)
+{
+    const std::vector<Case> cases = readCases(name);
+    EXPECT_FALSE(cases.empty()) << name;
+    runCases(cases);
+}
+
 void runCases(const std::vector<Case> &cases)
 {
     SchemaCheck schema;
     for (const Case &c : cases) {
-        const std::string where = c.machine + ": " + testing::PrintToString(c.words);
+        const std::string where = c.source + " " + c.machine + ": " + testing::PrintToString(c.words);
         SCOPED_TRACE(where);
         {
             const auto m = prepared(c);
@@ -128,7 +239,8 @@ void runCases(const std::vector<Case> &cases)
             expectPrinted(c.out, r.out);
             if (c.sent) {
                 std::vector<std::string> own = lines(m->krtsim({"log"}).out);
-                own.erase(own.begin(), own.begin() + static_cast<long>(std::min(own.size(), startupRequests(c.machine))));
+                own.erase(own.begin(),
+                          own.begin() + static_cast<long>(std::min(own.size(), startupRequests(c.machine))));
                 ASSERT_EQ(own.size(), c.sent->size()) << testing::PrintToString(own);
                 for (std::size_t i = 0; i < own.size(); ++i)
                     EXPECT_NE(own[i].find((*c.sent)[i]), std::string::npos) << own[i];

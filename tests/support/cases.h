@@ -49,11 +49,18 @@ struct Case {
     // Steps before the run: {"krtsim", words...}, {"cli", words...} or
     // {"file", name, size} (a file of that many bytes in the machine's folder).
     std::vector<Words> setup = {};
+    // Where the case is written, for the failure reports.
+    std::string source = {};
 };
 
 // Runs every case in order, each on a fresh machine, then validates all the
 // JSON documents in one run of the schema validator.
 void runCases(const std::vector<Case> &cases);
+
+// The cases of a table file of tests/cases (see tests/cases/README.md), and
+// runCases on them.
+std::vector<Case> readCases(const std::string &name);
+void runCaseFile(const std::string &name);
 
 // JSON documents gathered while a test runs and checked against the
 // published schema (docs/krt_cli.schema.json) in one run of the validator
