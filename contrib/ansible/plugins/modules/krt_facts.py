@@ -18,7 +18,7 @@ description:
     settings, firmware slots and health (SMART) as facts.
   - Reads only the records of the tool's JSON documents (format 2).
   - Needs nothing on the managed host beyond Python 3 and C(krt_cli).
-author: the krt_cli developers
+author: The krt_cli developers (!UNKNOWN)
 options:
   krt_cli:
     description:

@@ -21,7 +21,7 @@ description:
     (C(info -o hba)) and with the image already waiting in the slot for the
     next reset (C(flash -o hba -q firmware)), so that a second run before the
     reboot changes nothing.
-author: the krt_cli developers
+author: The krt_cli developers (!UNKNOWN)
 options:
   krt_cli:
     description:

@@ -16,7 +16,7 @@ description:
   - Reads the controller's settings with C(krt_cli get -o hba) and, when one
     given here differs, writes them with C(krt_cli set -o hba).
   - A setting left out is left as it is.
-author: the krt_cli developers
+author: The krt_cli developers (!UNKNOWN)
 options:
   krt_cli:
     description:

@@ -18,7 +18,7 @@ description:
     C(krt_cli vd -a create) and C(krt_cli vd -a delete).
   - A virtual disk counts as present when one of that RAID mode whose members
     are those physical disks exists, whatever its stripe size and namespaces.
-author: the krt_cli developers
+author: The krt_cli developers (!UNKNOWN)
 options:
   krt_cli:
     description:
