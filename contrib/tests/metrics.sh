@@ -72,6 +72,7 @@ scrape multi "add --adapter 1 --opcode 0xe2 --cdw12 0x000000e2 --status 0x0107" 
   'krt_controller_scrape_success{controller="0"} 1.0' \
   'krt_controller_scrape_success{controller="1"} 0.0' \
   'krt_controller_scrape_success{controller="2"} 1.0' \
+  'krt_controller_info{controller="1",device="vmhba2",firmware="2.1.0.0035",model="NVMe Controller",serial="KRT00001001"} 1.0' \
   'krt_vd_state{controller="0",raid_mode="RAID5",state="functional",vd="0"} 1.0'
 # A controller that cannot be opened is not listed by krt_cli at all.
 scrape multi "vanish 1" 'krt_scrape_success 1.0' 'krt_controllers 2.0' \
