@@ -130,11 +130,11 @@ def main():
 
     if not os.path.isfile(p['src']):
         module.fail_json(msg='no firmware image at %s' % p['src'], **result)
-    result.update(
-        changed=True,
-        diff=dict(before='running %s\n' % running, after='%s %s from slot %d\n' % (
-            'running' if p['activate'] == 'now' else 'at the next reset', p['version'], p['slot'])),
-    )
+    if p['activate'] == 'now':
+        after = 'running %s from slot %d\n' % (p['version'], p['slot'])
+    else:
+        after = 'running %s\n%s in slot %d from the next reset\n' % (running, p['version'], p['slot'])
+    result.update(changed=True, diff=dict(before='running %s\n' % running, after=after))
     if not module.check_mode:
         cli.run(controller, ['flash', '-o', 'hba', '-f', p['src'], '-s', p['slot'], '-c', 3 if p['activate'] == 'now' else 1])
         result['running_version'] = cli.controller(controller).get('firmware_version')
