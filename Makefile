@@ -10,7 +10,8 @@
 #                   line, function and branch coverage of src/ and of sim/
 #   make install    install krt_cli, its manual page and completion, and the simulator
 #                   (PREFIX=/usr/local, DESTDIR= as usual)
-#   make package    Debian packages krt-cli and krt-cli-sim, and the ESXi tarball (in $(BUILD)/packages)
+#   make package    Debian packages krt-cli, krt-cli-sim and krt-cli-metrics, the ESXi tarball
+#                   and the Ansible collection's tarball (in $(BUILD)/packages)
 #   make format     clang-format the tree
 
 SANITIZE ?= 0
@@ -37,9 +38,11 @@ deps:
 deps-package:
 	@scripts/install-deps.sh package
 
-# The suite also needs the package tools and, for the Linux-host test, an
-# emulator and a kernel; without the emulator that one test is skipped.
+# The suite also needs the package tools, the tools of contrib/'s tests
+# (Ansible, promtool) and, for the Linux-host test, an emulator and a kernel;
+# without the emulator that one test is skipped.
 deps-test: deps-package
+	@scripts/install-deps.sh contrib
 	@scripts/install-deps.sh qemu || echo "make: the emulator set is not installed; the QEMU test will be skipped."
 
 $(BUILD)/CMakeCache.txt:
@@ -61,6 +64,7 @@ install: build
 
 package: deps-package build
 	cd $(BUILD) && cpack
+	ansible-galaxy collection build contrib/ansible --output-path $(BUILD)/packages --force
 
 bench: build
 	$(BUILD)/bench/krt_bench

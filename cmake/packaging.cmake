@@ -1,7 +1,9 @@
-# `make package`: two Debian packages, the tool (krt-cli) and the controller
+# `make package`: three Debian packages, the tool (krt-cli), the controller
 # simulator (krt-cli-sim), so that a host that manages real controllers never
-# carries the simulator; and a plain tarball of the program and its manual
-# page for ESXi hosts, which install no Debian packages.
+# carries the simulator, and the Prometheus metrics (krt-cli-metrics), which
+# bring Python along only where they are wanted; and a plain tarball of the
+# program and its manual page for ESXi hosts, which install no Debian
+# packages. (The Ansible collection's tarball is built by ansible-galaxy.)
 set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
@@ -22,7 +24,7 @@ if(CPACK_GENERATOR STREQUAL "TGZ")
   set(CPACK_COMPONENT_INCLUDE_TOPLEVEL_DIRECTORY ON)
   set(CPACK_PACKAGE_FILE_NAME "${CPACK_ARCHIVE_ESXI_FILE_NAME}")
 else()
-  set(CPACK_COMPONENTS_ALL cli sim)
+  set(CPACK_COMPONENTS_ALL cli sim metrics)
 endif()
 ]=])
 
@@ -37,6 +39,11 @@ set(CPACK_DEBIAN_CLI_PACKAGE_NAME krt-cli)
 set(CPACK_DEBIAN_SIM_PACKAGE_NAME krt-cli-sim)
 set(CPACK_DEBIAN_CLI_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_SIM_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_METRICS_PACKAGE_NAME krt-cli-metrics)
+set(CPACK_DEBIAN_METRICS_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_METRICS_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_METRICS_PACKAGE_DEPENDS "krt-cli (= ${PROJECT_VERSION}), python3, python3-prometheus-client")
+set(CPACK_DEBIAN_METRICS_PACKAGE_SUGGESTS "prometheus-node-exporter")
 set(CPACK_DEBIAN_CLI_DESCRIPTION
     "manage PCIe NVMe RAID controllers
 krt_cli shows NVMe RAID controllers, their back-end SSDs, the virtual disks
@@ -50,6 +57,13 @@ set(CPACK_DEBIAN_SIM_DESCRIPTION
 krtsim emulates the host's management library, the NVMe driver and one or
 more NVMe RAID controllers with their SSDs, so that every krt_cli command
 can be tried and tested without the hardware: krtsim exec -- krt_cli ...")
+set(CPACK_DEBIAN_METRICS_DESCRIPTION
+    "Prometheus metrics of NVMe RAID controllers
+krt-metrics runs krt_cli and writes the state of every controller in the
+Prometheus text format, for node_exporter's textfile collector: virtual and
+physical disk states, background-activity progress, SSD temperature, SMART
+critical warnings and wear. Example alerting rules and a systemd service and
+timer are in /usr/share/doc/krt-cli-metrics/examples.")
 
 set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
 set(CPACK_ARCHIVE_ESXI_FILE_NAME krt-cli-${PROJECT_VERSION}-esxi)

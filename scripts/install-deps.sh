@@ -4,8 +4,11 @@
 #   scripts/install-deps.sh        building and testing
 #   scripts/install-deps.sh fuzz   the fuzz targets' compiler (make fuzz)
 #   scripts/install-deps.sh package   what `make test` and `make package` need
-#                                     to build and check the manual page and
-#                                     the Debian packages
+#                                     to build and check the manual page, the
+#                                     Debian packages and the Ansible
+#                                     collection's tarball
+#   scripts/install-deps.sh contrib   what the tests of contrib/ run: Ansible,
+#                                     promtool and the Prometheus client
 #   scripts/install-deps.sh qemu   the emulator set of the Linux-host test
 #                                  (tests/qemu): only `make test` asks for it
 #   scripts/install-deps.sh coverage   gcovr, for `make coverage`
@@ -24,12 +27,15 @@ for set in "$@"; do
   case "$set" in
     # clang with its libFuzzer runtime (libclang_rt.fuzzer)
     fuzz) packages+=(clang libclang-rt-dev) ;;
-    package) packages+=(dpkg-dev groff-base man-db lintian) ;;
+    package) packages+=(dpkg-dev groff-base man-db lintian ansible-core) ;;
+    # The playbooks and ansible-doc; promtool (in prometheus: installing it may
+    # start a server, which nothing here uses); krt-metrics' own library.
+    contrib) packages+=(ansible-core prometheus python3-prometheus-client) ;;
     # The guest of tests/qemu: an emulator, a small initramfs and the standard
     # NVMe tool to compare with. Its kernel is unpacked by the test itself.
     qemu) packages+=(qemu-system-x86 busybox-static cpio nvme-cli) ;;
     coverage) packages+=(gcovr) ;;
-    *) echo "install-deps: unknown set '$set' (known: fuzz, package, qemu, coverage)" >&2; exit 2 ;;
+    *) echo "install-deps: unknown set '$set' (known: fuzz, package, contrib, qemu, coverage)" >&2; exit 2 ;;
   esac
 done
 

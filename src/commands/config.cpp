@@ -97,6 +97,7 @@ constexpr int kConfigLabelWidth = 24;
 constexpr int kAllAdapters = 255;
 
 const char kJbofRefused[] = "This feature is not support JBOF.\n";
+const char kUnableToGet[] = "\nUnable to get configuration of NVMe Controller %d\n";
 
 // A typed number; isNumber has vouched for the digits. Too many digits
 // saturate rather than overflow, and then fail the range checks.
@@ -306,7 +307,12 @@ int doSGet(int argc, char **argv, const Command_Info *entry)
     }
 
     if (result != 0) {
-        tell(Verdict::NotFound, "\nUnable to get configuration of NVMe Controller %d\n", target);
+        // A controller that is not served names nothing; any other failure
+        // is the controller's answer.
+        if (target > 1 && target != kAllAdapters)
+            tell(Verdict::NotFound, kUnableToGet, target);
+        else
+            tellFailed(static_cast<KRT_U32>(result), kUnableToGet, target);
     }
     return result;
 }
@@ -408,8 +414,8 @@ int doSSet(int argc, char **argv, const Command_Info *entry)
     // Read, change what was given, write back: the record's reserved bytes
     // are the controller's, and only the two settings go out.
     auto reply = std::make_unique<_NVMEReceiveData>();
-    if (readConfig(static_cast<KRT_U16>(id), readConfigRequest(), *reply) != 0) {
-        tell(Verdict::NotFound, "\nUnable to get configuration info of adapter %d\n", id);
+    if (const int status = readConfig(static_cast<KRT_U16>(id), readConfigRequest(), *reply); status != 0) {
+        tellFailed(static_cast<KRT_U32>(status), "\nUnable to get configuration info of adapter %d\n", id);
         return 1;
     }
     _NVME_Adapter_Config config = configOf(*reply);

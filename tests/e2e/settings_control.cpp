@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cases.h"
 #include "machine.h"
 #include "text.h"
 
@@ -47,114 +48,9 @@ std::string logOf(const SimMachine &m)
     return m.krtsim({"log"}).out;
 }
 
-std::string settings(const char *autoRebuild, const char *rate)
+TEST(Settings, Cases)
 {
-    return std::string("Auto Rebuild:            ") + autoRebuild + "\nBGA Rate:                " + rate + "\n\n";
-}
-
-TEST(Settings, UsageErrors)
-{
-    SimMachine m("raid");
-    const std::string getHelp = "Description:For getting configuration information of NVMe Controller.\n";
-    const std::string setHelp = "Description:For setting configuration parameters of NVMe Controller.\n";
-    runCases(
-        m,
-        {
-            {{"get", "-o", "disk"}, 1, "-o : invalid object 'disk', should be NVMe Controller\n"},
-            {{"get", "-o", "hba", "-i", "x"}, 1, "-i : id is not a number\n"},
-            {{"get", "-o", "hba", "-i", "1"}, 1, "-i : invalid id '1'\n"},
-            {{"get", "-o", "hba", "-i", "99999999999999999999999"}, 1, "-i : invalid id '99999999999999999999999'\n"},
-            {{"get", "-o", "hba", "-O", "hba"}, 1, ""},
-            {{"get", "-o", "hba", "-o", "hba"}, 1, "Duplicated option specified.\n"},
-            {{"get", "-i", "0"}, 1, "get: option -o is required\n"},
-            {{"get"}, 1, getHelp},
-            {{"get", "-h"}, 0, getHelp},
-            {{"set", "-o", "hba", "-i", "0", "-a", "maybe"}, 1, "-c : invalid auto rebuild mode 'maybe'\n"},
-            {{"set", "-o", "hba", "-i", "x"}, 1, "-i : id is not a number\n-i : invalid id 'x'\n"},
-            {{"set", "-o", "hba", "-i", "0", "-r", "fast"}, 1, "-r : invalid BGA rate 'fast'\n"},
-            {{"set", "-o", "hba", "-i", "0", "-v", "1"}, 1, "-v : invalid vd id '1'\n"},
-            {{"set", "-o", "disk"}, 1, "-o : invalid object 'disk'\n"},
-            {{"set", "-o", "hba", "-a", "on"}, 1, "set: option -i is required\n"},
-            {{"set", "-i", "0", "-a", "on"}, 1, "set: option -o is required\n"},
-            {{"set", "-o", "hba", "-i", "0", "-c", "x"}, 0, setHelp},
-            {{"set"}, 1, setHelp},
-            // Read, but nothing to write.
-            {{"set", "-o", "hba", "-i", "0", "-v", "0"}, 0, "Invalid setting(s) for HBA\n"},
-            // A leading controller number stands in for -i, but only with -o.
-            {{"0", "set", "-a", "on"}, 1, "set: option -i is required\n"},
-        },
-        "0x000002e0");
-}
-
-TEST(Settings, SetBothAndReadThemBack)
-{
-    SimMachine m("raid");
-    EXPECT_EQ(m.cli({"get", "-o", "HBA"}).out, settings("on", "Medium"));
-    const std::string read = "cdw10=0x000003ff cdw11=0x00000000 cdw12=0x000001e0 cdw13=0x00000000 cdw14=0x00000000";
-    EXPECT_TRUE(has(logOf(m), read + " cdw15=0x00000000 dir=from len=4096"));
-
-    m.krtsim({"log", "clear"});
-    expectRun(m, {"set", "-o", "hba", "-i", "0", "-r", "LOW", "-a", "off"}, 0, "HBA configuration is updated.\n");
-    const std::string log = logOf(m);
-    EXPECT_TRUE(has(log, read));  // read first, then written back
-    EXPECT_TRUE(has(log,
-                    "cdw10=0x00000000 cdw11=0x00000000 cdw12=0x000002e0 cdw13=0x00000000 cdw14=0x00002000 "
-                    "cdw15=0x00000000 dir=from len=0 status=0x0"));
-    EXPECT_EQ(m.cli({"get", "-o", "hba", "-i", "0"}).out, settings("off", "Low"));
-
-    // Only what is given changes.
-    EXPECT_EQ(m.cli({"0", "set", "-o", "hba", "-a", "On"}).status, 0);
-    EXPECT_EQ(m.cli({"get", "-o", "hba"}).out, settings("on", "Low"));
-    EXPECT_EQ(m.cli({"set", "-o", "hba", "-i", "0", "--bgarate", "high"}).status, 0);
-    EXPECT_EQ(m.cli({"0", "get", "-o", "hba"}).out, settings("on", "High"));
-    EXPECT_TRUE(has(m.krtsim({"show"}).out, "settings auto_rebuild=1 bga_rate=0 "));
-
-    const std::string out = m.shell("--debug\nget -o hba\nset -o hba -i 0 -r low -a off\n");
-    EXPECT_TRUE(has(out, "CDW[0] : 0x000000e2\nCDW[10]: 0x000003ff\nCDW[12]: 0x000001e0\nAuto Rebuild:"));
-    EXPECT_TRUE(has(out,
-                    "CDW[0] : 0x000000e2\nCDW[10]: 0x00000000\nCDW[12]: 0x000002e0\nCDW[14]: 0x00002000\n"
-                    "HBA configuration is updated.\n"));
-}
-
-TEST(Settings, WhichControllerIsAsked)
-{
-    SimMachine m("multi");  // RAID, RAID, JBOF
-    m.krtsim({"log", "clear"});
-    // Every pass asks the addressed controller.
-    expectRun(m, {"get", "-o", "hba"}, 0,
-              settings("on", "Medium") + settings("on", "Medium") + settings("on", "Medium"));
-    EXPECT_EQ(occurrences(logOf(m), "vmhba1 opc=0xe2 nsid=0 cdw10=0x000003ff"), 3);
-
-    m.krtsim({"log", "clear"});
-    EXPECT_EQ(m.cli({"get", "-o", "hba", "-i", "1"}).status, 0);
-    EXPECT_EQ(occurrences(logOf(m), "vmhba2 opc=0xe2 nsid=0 cdw10=0x000003ff"), 1);
-
-    // Only controllers 0 and 1 are served by id.
-    m.krtsim({"log", "clear"});
-    expectRun(m, {"get", "-o", "hba", "-i", "2"}, 1, "\nUnable to get configuration of NVMe Controller 2\n");
-    EXPECT_FALSE(has(logOf(m), "cdw10=0x000003ff"));
-
-    // The JBOF test looks at the addressed controller for get, at the
-    // target for set.
-    expectRun(m, {"2", "get", "-o", "hba", "-i", "0"}, 34, "This feature is not support JBOF.\n");
-    expectRun(m, {"set", "-o", "hba", "-i", "2", "-a", "on"}, 1, "This feature is not support JBOF.\n");
-    EXPECT_EQ(m.cli({"2", "set", "-o", "hba", "-i", "1", "-r", "low"}).status, 0);
-    EXPECT_EQ(m.cli({"get", "-o", "hba", "-i", "1"}).out, settings("on", "Low"));
-}
-
-TEST(Settings, FailingController)
-{
-    SimMachine m("raid");
-    m.krtsim({"fault", "add", "--cdw12", "0x000001e0", "--count", "2", "--bad-sign"});
-    expectRun(m, {"get", "-o", "hba"}, 1, "\nUnable to get configuration of NVMe Controller 255\n");
-    expectRun(m, {"set", "-o", "hba", "-i", "0", "-a", "on"}, 1, "\nUnable to get configuration info of adapter 0\n");
-    m.krtsim({"fault", "add", "--cdw12", "0x000001e0", "--count", "1", "--envelope-status", "9"});
-    expectRun(m, {"get", "-o", "hba", "-i", "0"}, 9, "\nUnable to get configuration of NVMe Controller 0\n");
-
-    m.krtsim({"fault", "add", "--cdw12", "0x000002e0", "--status", "0x0705"});
-    expectRun(m, {"set", "-o", "hba", "-i", "0", "-a", "off"}, 1,
-              "Not supported (Status Code: 0x705)\n\nFailed to configure hba 0\n");
-    EXPECT_EQ(m.cli({"get", "-o", "hba"}).out, settings("on", "Medium"));
+    krt_test::runCaseFile("settings.cases");
 }
 
 TEST(Import, UsageErrors)

@@ -24,6 +24,11 @@ SimMachine::SimMachine(const std::string &fixture) : state_(dir_.file("sim.state
         throw std::runtime_error("krtsim reset " + fixture + " failed: " + r.err);
 }
 
+SimMachine::SimMachine(const SimMachine &other) : state_(dir_.file("sim.state"))
+{
+    writeFile(state_, readFile(other.state_));
+}
+
 RunOptions SimMachine::env(RunOptions options) const
 {
     options.env["LD_LIBRARY_PATH"] = simLibDir();

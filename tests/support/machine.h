@@ -19,6 +19,10 @@ class SimMachine {
     // Creates the state from a fixture: raid, jbof, multi, foreign, empty,
     // large, or a path to a JSON fixture.
     explicit SimMachine(const std::string &fixture = "raid");
+    // A second machine in the state this one is in now (its command log
+    // starts empty).
+    SimMachine(const SimMachine &other);
+    SimMachine &operator=(const SimMachine &) = delete;
 
     // krt_cli with the given words, against this machine.
     RunResult cli(const std::vector<std::string> &words, const RunOptions &options = {}) const;
