@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "api/krt_api.h"
+#include "capture/capture.h"
 #include "commands/verdict.h"
 #include "line_editor.h"
 #include "shell/shell.h"
@@ -284,6 +285,8 @@ int run(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
+    if (capture::requested(argc, argv))
+        return capture::run(argc, argv);
     gTypedWords.assign(argv + 1, argv + argc);
     argc = 1 + json_output::takeJsonWords(argc - 1, argv + 1);
     if (!json_output::active())

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
@@ -325,24 +326,31 @@ void identifyCommon(_krt_id_ctrl &id)
 
 void identifyController(const SimAdapter &ad, _krt_id_ctrl &id, bool overlong)
 {
-    identifyCommon(id);
-    id.vid = ad.info.VID;
+    if (ad.identifyOwn) {
+        // A controller taken from a capture answers with its own data; the
+        // fields the model keeps (a firmware activation changes FR) lie over it.
+        static_assert(sizeof id == sizeof ad.identify);
+        std::memcpy(&id, ad.identify, sizeof id);
+    } else {
+        identifyCommon(id);
+        id.vid = ad.info.VID;
+        id.ieee[0] = 0x6B;
+        id.ieee[1] = 0x1E;
+        id.ver = 0x00010400;                                        // NVMe 1.4
+        id.oacs = static_cast<KRT_U16>(ad.raid ? 0x000E : 0x0006);  // format, firmware, NS management
+        id.lpa = 0x0E;
+        id.avscc = 1;
+        id.nn = ad.info.MaxNS;
+        id.vwc = ad.info.Cache != 0 ? 1 : 0;
+    }
     id.ssvid = ad.ssvid;
     putText(id.sn, ad.sn);
     putText(id.mn, ad.mn);
     putText(id.fr, ad.fr);
-    id.ieee[0] = 0x6B;
-    id.ieee[1] = 0x1E;
     id.cntlid = ad.cntlid;
-    id.ver = 0x00010400;                                        // NVMe 1.4
-    id.oacs = static_cast<KRT_U16>(ad.raid ? 0x000E : 0x0006);  // format, firmware, NS management
     id.frmw = ad.frmw;
-    id.lpa = 0x0E;
-    id.avscc = 1;
     id.tnvmcap[0] = ad.tnvmcap;
     id.unvmcap[0] = ad.unvmcap;
-    id.nn = ad.info.MaxNS;
-    id.vwc = ad.info.Cache != 0 ? 1 : 0;
     std::memcpy(id.subnqn, ad.subnqn, sizeof id.subnqn);
     if (overlong) {
         std::memset(id.sn, 'X', sizeof id.sn);
@@ -358,22 +366,26 @@ void identifyDisk(const SimPd &pd, int pdId, _krt_id_ctrl &id)
     identifyCommon(id);
     std::memcpy(&id.vid, pd.vid, sizeof id.vid);
     id.ssvid = id.vid;
-    putText(id.sn, pd.serial);
-    putText(id.mn, pd.model);
-    putText(id.fr, pd.fw);
+    // The disk's own texts where they differ from its record.
+    putText(id.sn, (pd.idOwn & ID_OWN_SERIAL) ? pd.idSerial : pd.serial);
+    putText(id.mn, (pd.idOwn & ID_OWN_MODEL) ? pd.idModel : pd.model);
+    putText(id.fr, (pd.idOwn & ID_OWN_FR) ? pd.idFr : pd.fw);
     id.ieee[0] = 0x6B;
     id.ieee[1] = 0x1E;
     id.cntlid = 1;
     id.ver = 0x00010300;  // NVMe 1.3
     id.oacs = 0x0006;     // format, firmware
-    id.frmw = 0x06;       // three slots
+    id.frmw = pd.idFrmw;
     id.lpa = 0x02;
     id.npss = 4;
     id.tnvmcap[0] = pd.lba * pd.sectorSize;
     id.nn = 1;
     id.vwc = 1;
-    std::snprintf(reinterpret_cast<char *>(id.subnqn), sizeof id.subnqn, "nqn.2026-01.io.krt:ssd:%02d:%.20s", pdId,
-                  pd.serial);
+    if (pd.idSubnqn[0] != 0)
+        std::memcpy(id.subnqn, pd.idSubnqn, sizeof id.subnqn);
+    else
+        std::snprintf(reinterpret_cast<char *>(id.subnqn), sizeof id.subnqn, "nqn.2026-01.io.krt:ssd:%02d:%.20s", pdId,
+                      pd.serial);
 }
 
 // The LBA formats a namespace can take: 512 and 4096 bytes, each bare or
@@ -401,6 +413,14 @@ KRT_U32 identify(SimAdapter &ad, const KRT_U32 (&cmd)[16], Buffer &b, bool overl
         for (const SimNs &n : ad.ns) {
             if (n.nsid == 0 || n.nsid != cmd[1])
                 continue;
+            if (n.identifyLength != 0) {
+                // Its own data (a capture); sharing, which the model
+                // changes, in NMIC bit 0.
+                std::memcpy(b.data(), n.identify, sizeof n.identify);
+                KRT_U8 &nmic = b[offsetof(_krt_id_ns, nmic)];
+                nmic = static_cast<KRT_U8>((nmic & ~1u) | (n.shared ? 1u : 0u));
+                return 0;
+            }
             _krt_id_ns ns{};
             ns.nsze = n.lba;
             ns.ncap = n.lba;
@@ -525,34 +545,63 @@ void smartOfDisks(const SimAdapter &ad, KRT_U32 mask, Buffer &b)
     b.fill(0);
     _krt_smart_log log{};
     KRT_U16 hottest = 0;  // kept apart: the log's own field is unaligned
-    bool any = false;
+    KRT_U16 sensors[8] = {};
+    bool ownSensors = false;
+    int disks = 0;
     for (int id = 0; id < kMaxPds; ++id) {
         const SimPd &pd = ad.pds[id];
         if (!pdOnline(pd) || !(mask & (1u << id)))
             continue;
-        const SimU128 unitsRead = (static_cast<SimU128>(pd.dataUnitsReadHigh) << 64) | pd.dataUnitsRead;
-        const SimU128 unitsWritten = (static_cast<SimU128>(pd.dataUnitsWrittenHigh) << 64) | pd.dataUnitsWritten;
+        const auto wide = [](KRT_U64 low, KRT_U64 high) { return (static_cast<SimU128>(high) << 64) | low; };
+        const auto own = [&pd](KRT_U32 bit) { return (pd.smartOwn & bit) != 0; };
+        const SimU128 unitsRead = wide(pd.dataUnitsRead, pd.dataUnitsReadHigh);
+        const SimU128 unitsWritten = wide(pd.dataUnitsWritten, pd.dataUnitsWrittenHigh);
+        const SimU128 powerOnHours = wide(pd.powerOnHours, pd.powerOnHoursHigh);
+        const SimU128 mediaErrors = wide(pd.mediaErrors, pd.mediaErrorsHigh);
+        const SimU128 unsafeShutdowns = wide(pd.unsafeShutdowns, pd.unsafeShutdownsHigh);
+        const KRT_U16 temperature = own(SMART_OWN_TEMPERATURE) ? pd.smartTemperature : pd.temperature;
         log.critical_warning |= pd.criticalWarning;
-        hottest = std::max(hottest, pd.temperature);
-        log.avail_spare = any ? std::min(log.avail_spare, pd.availSpare) : pd.availSpare;
-        log.spare_thresh = 10;
+        hottest = std::max(hottest, temperature);
+        log.avail_spare = disks > 0 ? std::min(log.avail_spare, pd.availSpare) : pd.availSpare;
+        log.spare_thresh = std::max<KRT_U8>(log.spare_thresh, own(SMART_OWN_SPARE_THRESHOLD) ? pd.spareThreshold : 10);
         log.percent_used = std::max(log.percent_used, pd.percentUsed);
         addCounter(log.data_units_read, unitsRead);
         addCounter(log.data_units_written, unitsWritten);
         // About 16 KiB a read and 30 KiB a write (a data unit is 512,000 bytes).
-        addCounter(log.host_reads, unitsRead * 31);
-        addCounter(log.host_writes, unitsWritten * 17);
-        addCounter(log.ctrl_busy_time, pd.powerOnHours * 3 / 2);  // minutes: busy 2.5 % of the time
-        addCounter(log.power_cycles, pd.powerCycles);
-        addCounter(log.power_on_hours, pd.powerOnHours);
-        addCounter(log.unsafe_shutdowns, pd.unsafeShutdowns);
-        addCounter(log.media_errors, pd.mediaErrors);
-        addCounter(log.num_err_log_entries, pd.mediaErrors + pd.unsafeShutdowns);
+        addCounter(log.host_reads, own(SMART_OWN_HOST_READS) ? wide(pd.hostReads[0], pd.hostReads[1]) : unitsRead * 31);
+        addCounter(log.host_writes,
+                   own(SMART_OWN_HOST_WRITES) ? wide(pd.hostWrites[0], pd.hostWrites[1]) : unitsWritten * 17);
+        // Minutes: busy 2.5 % of the time.
+        addCounter(log.ctrl_busy_time,
+                   own(SMART_OWN_BUSY) ? wide(pd.busyMinutes[0], pd.busyMinutes[1]) : powerOnHours * 3 / 2);
+        addCounter(log.power_cycles, wide(pd.powerCycles, pd.powerCyclesHigh));
+        addCounter(log.power_on_hours, powerOnHours);
+        addCounter(log.unsafe_shutdowns, unsafeShutdowns);
+        addCounter(log.media_errors, mediaErrors);
+        addCounter(log.num_err_log_entries, own(SMART_OWN_ERROR_ENTRIES)
+                                                ? wide(pd.errorLogEntries[0], pd.errorLogEntries[1])
+                                                : mediaErrors + unsafeShutdowns);
         log.warning_temp_time += pd.warningTempMinutes;
-        any = true;
+        if (own(SMART_OWN_CRITICAL_TEMP))
+            log.critical_comp_time += pd.criticalTempMinutes;
+        if (own(SMART_OWN_THERMAL)) {
+            log.tmt1tc += pd.thermal[0];
+            log.tmt2tc += pd.thermal[1];
+            log.ttftmt1 += pd.thermal[2];
+            log.ttftmt2 += pd.thermal[3];
+        }
+        // One disk alone reports its own sensors.
+        ownSensors = own(SMART_OWN_TEMP_SENSORS);
+        if (ownSensors)
+            std::memcpy(sensors, pd.tempSensors, sizeof sensors);
+        ++disks;
+    }
+    if (disks != 1 || !ownSensors) {
+        std::fill(std::begin(sensors), std::end(sensors), KRT_U16{0});
+        sensors[0] = hottest;
     }
     log.temperature = hottest;
-    log.temp_sensor[0] = hottest;
+    std::memcpy(log.temp_sensor, sensors, sizeof sensors);
     std::memcpy(b.data(), &log, sizeof log);
 }
 
@@ -584,11 +633,33 @@ KRT_U32 namespaceSmart(const SimAdapter &ad, KRT_U32 nsid, Buffer &b)
     return SC_INVALID_NAMESPACE;
 }
 
+// A controller taken from a capture reports its own figures over those of
+// its SSDs.
+void controllerSmart(const SimAdapter &ad, Buffer &b)
+{
+    if (ad.smartOwn == 0)
+        return;
+    _krt_smart_log log;
+    std::memcpy(&log, b.data(), sizeof log);
+    if (ad.smartOwn & ADAPTER_SMART_CRITICAL)
+        log.critical_warning = ad.smartCriticalWarning;
+    if (ad.smartOwn & ADAPTER_SMART_TEMPERATURE)
+        log.temperature = ad.smartTemperature;
+    if (ad.smartOwn & ADAPTER_SMART_SPARE)
+        log.avail_spare = ad.smartSpare;
+    if (ad.smartOwn & ADAPTER_SMART_SPARE_THRESHOLD)
+        log.spare_thresh = ad.smartSpareThreshold;
+    if (ad.smartOwn & ADAPTER_SMART_PERCENT_USED)
+        log.percent_used = ad.smartPercentUsed;
+    std::memcpy(b.data(), &log, sizeof log);
+}
+
 KRT_U32 getLogPage(const SimAdapter &ad, const KRT_U32 (&cmd)[16], Buffer &b)
 {
     const KRT_U32 logId = cmd[10] & 0xFF;
     if (logId == 0x02) {
         smartPage(ad, -1, b);
+        controllerSmart(ad, b);
         return 0;
     }
     if (logId == 0x03) {

@@ -1,6 +1,7 @@
 #include "fixture.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -171,11 +172,36 @@ bool boolOr(const json &obj, const char *key, bool fallback, const std::string &
     return it->get<bool>();
 }
 
+// Bytes written as hexadecimal digits, two a byte: a device's data as it
+// came, where a JSON string would not carry it.
+std::string hexBytes(const json &v, const std::string &where, size_t max)
+{
+    if (!v.is_string())
+        fail(where, "expected hexadecimal digits");
+    const std::string digits = v.get<std::string>();
+    if (digits.size() % 2 != 0 || digits.size() / 2 > max)
+        fail(where, "expected an even number of hexadecimal digits, at most " + std::to_string(2 * max));
+    std::string bytes;
+    bytes.reserve(digits.size() / 2);
+    auto nibble = [&](char c) -> unsigned {
+        if (!std::isxdigit(static_cast<unsigned char>(c)))
+            fail(where, std::string("not a hexadecimal digit: '") + c + "'");
+        return c <= '9' ? static_cast<unsigned>(c - '0') : static_cast<unsigned>(std::tolower(c) - 'a' + 10);
+    };
+    for (size_t i = 0; i < digits.size(); i += 2)
+        bytes.push_back(static_cast<char>(nibble(digits[i]) << 4 | nibble(digits[i + 1])));
+    return bytes;
+}
+
+// A text: a JSON string, or {"hex": "..."} for bytes that are not one
+// (a device's field holding NULs or bytes outside printable ASCII).
 std::string stringOr(const json &obj, const char *key, const std::string &fallback, const std::string &where)
 {
     auto it = obj.find(key);
     if (it == obj.end())
         return fallback;
+    if (it->is_object() && it->contains("hex"))
+        return hexBytes((*it)["hex"], where + "." + key + ".hex", kIdentifySize);
     if (!it->is_string())
         fail(where + "." + key, "expected a string");
     return it->get<std::string>();
@@ -313,6 +339,43 @@ std::vector<json> expand(const json &arr, const std::string &where)
 }
 
 constexpr KRT_U64 kDefaultPdLba = 3750748848ull;  // 1.92 TB in 512-byte sectors
+constexpr KRT_U16 kNoParent = 0xFFFF;
+
+// An array of at most N numbers into a field of N; the rest stay 0.
+template <typename T, size_t N>
+void numberList(const json &v, T (&field)[N], KRT_U64 max, const std::string &where)
+{
+    if (!v.is_array() || v.size() > N)
+        fail(where, "expected an array of at most " + std::to_string(N) + " numbers");
+    for (size_t i = 0; i < v.size(); ++i) {
+        const KRT_U64 n = number(v[i], where);
+        if (n > max)
+            fail(where, "too large (at most " + std::to_string(max) + ")");
+        field[i] = static_cast<T>(n);
+    }
+}
+
+// Firmware slots: the texts of slots 1-7 in order ("" for an empty one),
+// the running slot and the one activated at the next reset (0: none).
+void readFwSlots(const json &obj, char (&slots)[kFwSlots][8], KRT_U8 &active, KRT_U8 &next, const std::string &where)
+{
+    if (obj.contains("fw_slots")) {
+        const json &texts = obj["fw_slots"];
+        if (!texts.is_array() || texts.size() > kFwSlots)
+            fail(where + ".fw_slots", "expected at most 7 texts");
+        for (size_t i = 0; i < kFwSlots; ++i) {
+            json holder = json::object();
+            if (i < texts.size())
+                holder["slot"] = texts[i];
+            const std::string text = stringOr(holder, "slot", "", where + ".fw_slots");
+            if (text.size() > 8)
+                fail(where + ".fw_slots", "a slot text has at most 8 characters: '" + text + "'");
+            putZeroed(slots[i], text);
+        }
+    }
+    active = static_cast<KRT_U8>(numberOr(obj, "fw_active", active, where, kFwSlots));
+    next = static_cast<KRT_U8>(numberOr(obj, "fw_next", next, where, kFwSlots));
+}
 
 void buildPd(const json &p, SimPd &pd, int adapterIdx, int id, const std::string &where)
 {
@@ -331,10 +394,49 @@ void buildPd(const json &p, SimPd &pd, int adapterIdx, int id, const std::string
     pd.temperature = static_cast<KRT_U16>(numberOr(p, "temperature", 306 + n % 5, where, 0xFFFF));
     pd.criticalWarning = static_cast<KRT_U8>(numberOr(p, "critical_warning", 0, where, 0xFF));
     pd.percentUsed = static_cast<KRT_U8>(numberOr(p, "percent_used", 2 + n % 4, where, 0xFF));
-    pd.powerOnHours = numberOr(p, "power_on_hours", 1200 + 13 * n, where, ~0ull);
-    pd.powerCycles = numberOr(p, "power_cycles", 42 + n % 7, where, ~0ull);
-    pd.unsafeShutdowns = numberOr(p, "unsafe_shutdowns", 2 + n % 3, where, ~0ull);
-    pd.mediaErrors = numberOr(p, "media_errors", 0, where, ~0ull);
+    const auto counter = [&](const char *key, SimU128 fallback, KRT_U64 &low, KRT_U64 &high) {
+        const SimU128 value = counterOr(p, key, fallback, where);
+        low = static_cast<KRT_U64>(value);
+        high = static_cast<KRT_U64>(value >> 64);
+    };
+    counter("power_on_hours", 1200 + 13 * n, pd.powerOnHours, pd.powerOnHoursHigh);
+    counter("power_cycles", 42 + n % 7, pd.powerCycles, pd.powerCyclesHigh);
+    counter("unsafe_shutdowns", 2 + n % 3, pd.unsafeShutdowns, pd.unsafeShutdownsHigh);
+    counter("media_errors", 0, pd.mediaErrors, pd.mediaErrorsHigh);
+    // The figures the model works out from those above, unless the disk's
+    // own are given (a capture of a real one).
+    const std::pair<const char *, std::pair<KRT_U64 *, SmartOwn>> own128[] = {
+        {"host_read_commands", {pd.hostReads, SMART_OWN_HOST_READS}},
+        {"host_write_commands", {pd.hostWrites, SMART_OWN_HOST_WRITES}},
+        {"controller_busy_time", {pd.busyMinutes, SMART_OWN_BUSY}},
+        {"error_log_entries", {pd.errorLogEntries, SMART_OWN_ERROR_ENTRIES}},
+    };
+    for (const auto &[key, field] : own128) {
+        if (!p.contains(key))
+            continue;
+        counter(key, 0, field.first[0], field.first[1]);
+        pd.smartOwn |= field.second;
+    }
+    if (p.contains("smart_temperature")) {
+        pd.smartTemperature = static_cast<KRT_U16>(numberOr(p, "smart_temperature", 0, where, 0xFFFF));
+        pd.smartOwn |= SMART_OWN_TEMPERATURE;
+    }
+    if (p.contains("spare_threshold")) {
+        pd.spareThreshold = static_cast<KRT_U8>(numberOr(p, "spare_threshold", 0, where, 0xFF));
+        pd.smartOwn |= SMART_OWN_SPARE_THRESHOLD;
+    }
+    if (p.contains("critical_temp_minutes")) {
+        pd.criticalTempMinutes = static_cast<KRT_U32>(numberOr(p, "critical_temp_minutes", 0, where, 0xFFFFFFFF));
+        pd.smartOwn |= SMART_OWN_CRITICAL_TEMP;
+    }
+    if (p.contains("temperature_sensors")) {
+        numberList(p["temperature_sensors"], pd.tempSensors, 0xFFFF, where + ".temperature_sensors");
+        pd.smartOwn |= SMART_OWN_TEMP_SENSORS;
+    }
+    if (p.contains("thermal")) {
+        numberList(p["thermal"], pd.thermal, 0xFFFFFFFF, where + ".thermal");
+        pd.smartOwn |= SMART_OWN_THERMAL;
+    }
     pd.warningTempMinutes = static_cast<KRT_U32>(numberOr(p, "warning_temp_minutes", 0, where, 0xFFFFFFFF));
     const SimU128 unitsRead = counterOr(p, "data_units_read", 123456 + 7919 * n, where);
     const SimU128 unitsWritten = counterOr(p, "data_units_written", 654321 + 3571 * n, where);
@@ -345,6 +447,31 @@ void buildPd(const json &p, SimPd &pd, int adapterIdx, int id, const std::string
     std::string fw = stringOr(p, "fw", "1.0.3", where);
     putZeroed(pd.fwSlots[0], fw);
     pd.activeSlot = 1;
+    readFwSlots(p, pd.fwSlots, pd.activeSlot, pd.nextSlot, where);
+    // The disk's own Identify data: what its record does not say.
+    pd.idFrmw = 0x06;  // three slots
+    if (p.contains("identify")) {
+        const json &ident = p["identify"];
+        const std::string w = where + ".identify";
+        if (!ident.is_object())
+            fail(w, "expected an object");
+        pd.idFrmw = static_cast<KRT_U8>(numberOr(ident, "frmw", pd.idFrmw, w, 0xFF));
+        const std::pair<const char *, IdOwn> texts[] = {
+            {"serial", ID_OWN_SERIAL}, {"model", ID_OWN_MODEL}, {"fr", ID_OWN_FR}};
+        for (const auto &[key, bit] : texts) {
+            if (!ident.contains(key))
+                continue;
+            const std::string text = stringOr(ident, key, "", w);
+            if (bit == ID_OWN_SERIAL)
+                putPadded(pd.idSerial, text);
+            else if (bit == ID_OWN_MODEL)
+                putPadded(pd.idModel, text);
+            else
+                putPadded(pd.idFr, text);
+            pd.idOwn |= bit;
+        }
+        putZeroed(pd.idSubnqn, stringOr(ident, "subnqn", "", w));
+    }
     const KRT_U16 vid = static_cast<KRT_U16>(numberOr(p, "vid", KRT_PCI_VENDOR_ID, where, 0xFFFF));
     std::memcpy(pd.vid, &vid, sizeof vid);
     pd.status = 0;
@@ -380,7 +507,14 @@ int freeNsSlot(SimAdapter &ad)
 void addNs(SimAdapter &ad, const json &n, KRT_U8 deviceType, KRT_U16 parent, KRT_U64 defaultLba, KRT_U32 sectorSize,
            const std::string &where)
 {
+    // The slot orders the controller's namespace lists; by default the
+    // first free one.
     int slot = freeNsSlot(ad);
+    if (n.contains("slot")) {
+        slot = static_cast<int>(numberOr(n, "slot", 0, where, kMaxNs - 1));
+        if (ad.ns[slot].nsid != 0)
+            fail(where + ".slot", "slot " + std::to_string(slot) + " is taken (give every namespace a slot, or none)");
+    }
     if (slot < 0)
         fail(where, "more than " + std::to_string(kMaxNs) + " namespaces");
     SimNs &ns = ad.ns[slot];
@@ -393,7 +527,7 @@ void addNs(SimAdapter &ad, const json &n, KRT_U8 deviceType, KRT_U16 parent, KRT
     ns.deviceType = deviceType;
     ns.parent = parent;
     ns.sectorSize = static_cast<KRT_U32>(numberOr(n, "sector_size", sectorSize, where, 0xFFFFFFFF));
-    ns.lbaDataSize = ns.sectorSize == 4096 ? 12 : 9;
+    ns.lbaDataSize = static_cast<KRT_U8>(numberOr(n, "lba_data_size", ns.sectorSize == 4096 ? 12 : 9, where, 0xFF));
     KRT_U64 lba = defaultLba;
     if (n.contains("gb"))
         lba = (numberOr(n, "gb", 0, where, 1ull << 40) << 30) / std::max<KRT_U32>(ns.sectorSize, 1);
@@ -403,6 +537,15 @@ void addNs(SimAdapter &ad, const json &n, KRT_U8 deviceType, KRT_U16 parent, KRT
         ns.status |= KRT_NS_VALID;
     if (boolOr(n, "active", true, where))
         ns.status |= KRT_NS_ACTIVE;
+    // Bits beyond valid and active, as a controller reports them.
+    if (n.contains("status"))
+        ns.status = static_cast<KRT_U8>(numberOr(n, "status", 0, where, 0xFF));
+    ns.shared = boolOr(n, "shared", false, where) ? 1 : 0;
+    if (n.contains("identify_hex")) {
+        const std::string bytes = hexBytes(n["identify_hex"], where + ".identify_hex", kNsIdentifyKept);
+        std::memcpy(ns.identify, bytes.data(), bytes.size());
+        ns.identifyLength = static_cast<KRT_U16>(std::max<size_t>(bytes.size(), 1));
+    }
 }
 
 void buildVd(const json &v, SimAdapter &ad, int id, KRT_U64 now, const std::string &where)
@@ -472,6 +615,28 @@ void buildVd(const json &v, SimAdapter &ad, int id, KRT_U64 now, const std::stri
               where + ".namespaces[" + std::to_string(i) + "]");
 }
 
+// The event ring as a controller holds it: its slots in order, each event
+// with its own sequence number and time, and how many were ever logged
+// (the next one goes to slot `logged` mod 256 with number `logged` + 1).
+void readEventRing(const json &ring, SimAdapter &ad, const std::string &where)
+{
+    if (!ring.is_object() || !ring.contains("entries") || !ring["entries"].is_array())
+        fail(where, "expected {\"logged\": N, \"entries\": [...]}");
+    const json &entries = ring["entries"];
+    if (entries.size() > kMaxEvents)
+        fail(where + ".entries", "at most " + std::to_string(kMaxEvents) + " events");
+    for (size_t i = 0; i < entries.size(); ++i) {
+        const std::string w = where + ".entries[" + std::to_string(i) + "]";
+        if (!entries[i].is_object())
+            fail(w, "expected {\"seq\", \"time\", \"message\"}");
+        SimEvent &e = ad.events[i];
+        e.seq = static_cast<KRT_U32>(numberOr(entries[i], "seq", i + 1, w, 0xFFFFFFFF));
+        e.time = static_cast<KRT_U32>(numberOr(entries[i], "time", 0, w, 0xFFFFFFFF));
+        putZeroed(e.msg, stringOr(entries[i], "message", "", w));
+    }
+    ad.eventCount = static_cast<KRT_U32>(numberOr(ring, "logged", entries.size(), where, 0xFFFFFFFF));
+}
+
 void buildAdapter(const json &a, SimAdapter &ad, int index, KRT_U64 now, const std::string &where)
 {
     char name[32];
@@ -534,11 +699,26 @@ void buildAdapter(const json &a, SimAdapter &ad, int index, KRT_U64 now, const s
     }
     for (size_t i = 0; i < nss.size(); ++i) {
         const std::string w = where + ".namespaces[" + std::to_string(i) + "]";
+        // "pd": null is a namespace on no SSD of this model: the controller's
+        // own, as another maker's controller has them.
+        if (nss[i].contains("pd") && nss[i]["pd"].is_null()) {
+            addNs(ad, nss[i], 0, kNoParent, 0, 512, w);
+            continue;
+        }
         KRT_U64 pid = numberOr(nss[i], "pd", 0, w, kMaxPds - 1);
         const SimPd &pd = ad.pds[pid];
         if (!pd.present)
             fail(w + ".pd", "no PD " + std::to_string(pid));
         addNs(ad, nss[i], 0, static_cast<KRT_U16>(pid), pd.lba, pd.sectorSize, w);
+    }
+    // A disk's status as its controller reported it, over the marks its
+    // VDs, activities and imports gave it above.
+    for (size_t i = 0; i < pds.size(); ++i) {
+        if (!pds[i].contains("status"))
+            continue;
+        const std::string w = where + ".pds[" + std::to_string(i) + "]";
+        ad.pds[numberOr(pds[i], "id", i, w, kMaxPds - 1)].status =
+            static_cast<KRT_U8>(numberOr(pds[i], "status", 0, w, 0xFF));
     }
     KRT_U64 allocated = 0;
     for (const SimNs &ns : ad.ns)
@@ -611,6 +791,40 @@ void buildAdapter(const json &a, SimAdapter &ad, int index, KRT_U64 now, const s
     ad.activeFwSlot = 1;
     std::string frSlot = frText.substr(0, 8);
     putZeroed(ad.fwSlots[0], frSlot);
+    readFwSlots(a, ad.fwSlots, ad.activeFwSlot, ad.nextFwSlot, where);
+    // The controller's own Identify data (a capture): answered as it came,
+    // with the fields above (SN, MN, FR, ...) laid over it.
+    if (a.contains("identify_hex")) {
+        const std::string bytes = hexBytes(a["identify_hex"], where + ".identify_hex", kIdentifySize);
+        std::memcpy(ad.identify, bytes.data(), bytes.size());
+        ad.identifyOwn = 1;
+    }
+    // The first seven bytes of every namespace's EUI64; the last is its NSID.
+    if (a.contains("eui64")) {
+        const std::string bytes = hexBytes(a["eui64"], where + ".eui64", sizeof ad.eui64);
+        std::memset(ad.eui64, 0, sizeof ad.eui64);
+        std::memcpy(ad.eui64, bytes.data(), bytes.size());
+    }
+    ad.gpioInverse = static_cast<KRT_U8>(numberOr(a, "gpio_inverse", 0, where, 0xFF));
+    // The controller's own SMART figures, where the model takes the worst
+    // of its SSDs.
+    if (a.contains("smart")) {
+        const json &sm = a["smart"];
+        const std::string w = where + ".smart";
+        if (!sm.is_object())
+            fail(w, "expected an object");
+        const auto own = [&](const char *key, AdapterSmartOwn bit, KRT_U64 max) -> KRT_U64 {
+            if (!sm.contains(key))
+                return 0;
+            ad.smartOwn |= bit;
+            return numberOr(sm, key, 0, w, max);
+        };
+        ad.smartCriticalWarning = static_cast<KRT_U8>(own("critical_warning", ADAPTER_SMART_CRITICAL, 0xFF));
+        ad.smartTemperature = static_cast<KRT_U16>(own("temperature", ADAPTER_SMART_TEMPERATURE, 0xFFFF));
+        ad.smartSpare = static_cast<KRT_U8>(own("available_spare", ADAPTER_SMART_SPARE, 0xFF));
+        ad.smartSpareThreshold = static_cast<KRT_U8>(own("spare_threshold", ADAPTER_SMART_SPARE_THRESHOLD, 0xFF));
+        ad.smartPercentUsed = static_cast<KRT_U8>(own("percent_used", ADAPTER_SMART_PERCENT_USED, 0xFF));
+    }
 
     ad.config.AutoRebuildOn = 1;
     ad.config.BGARate = 2;  // medium
@@ -646,6 +860,12 @@ void buildAdapter(const json &a, SimAdapter &ad, int index, KRT_U64 now, const s
     const KRT_U64 fill = numberOr(a, "event_fill", 0, where, 100000);
     for (KRT_U64 i = 0; i < fill; ++i)
         history.emplace_back("Event " + std::to_string(i + 1), nowSeconds);
+    if (a.contains("event_ring")) {
+        if (a.contains("events") || fill != 0)
+            fail(where + ".event_ring", "give either event_ring or events and event_fill");
+        readEventRing(a["event_ring"], ad, where + ".event_ring");
+        history.clear();
+    }
     for (const auto &[msg, time] : history) {
         SimEvent &e = ad.events[ad.eventCount % kMaxEvents];
         e = SimEvent{};
@@ -663,6 +883,24 @@ void buildAdapter(const json &a, SimAdapter &ad, int index, KRT_U64 now, const s
     ad.spiLogOn = boolOr(a, "spi_log_on", true, where) ? 1 : 0;
 }
 
+// A machine file may name the version of its format, [major, minor]. A
+// later minor only adds fields, which this build passes over; a later
+// major may give fields another meaning, so it is refused.
+void checkMachineFormat(const json &doc)
+{
+    auto it = doc.find("machine_format");
+    if (it == doc.end())
+        return;
+    if (!it->is_array() || it->size() != 2 || !(*it)[0].is_number_unsigned() || !(*it)[1].is_number_unsigned())
+        fail("machine_format", "expected [major, minor]");
+    const KRT_U64 major = (*it)[0].get<KRT_U64>();
+    const KRT_U64 minor = (*it)[1].get<KRT_U64>();
+    if (major > kMachineFormatMajor)
+        fail("machine_format", "version " + std::to_string(major) + "." + std::to_string(minor) +
+                                   " is newer than this krtsim reads (" + std::to_string(kMachineFormatMajor) +
+                                   ".x); use a newer krtsim");
+}
+
 }  // namespace
 
 bool buildFixture(std::string_view text, SimState &image, std::string *error)
@@ -675,6 +913,7 @@ bool buildFixture(std::string_view text, SimState &image, std::string *error)
         json doc = json::parse(text.begin(), text.end(), nullptr, true, true);
         if (!doc.is_object())
             fail("fixture", "expected an object");
+        checkMachineFormat(doc);
         const std::string clock = stringOr(doc, "clock", "frozen", "fixture");
         if (clock != "frozen" && clock != "running")
             fail("fixture.clock", "expected frozen or running");

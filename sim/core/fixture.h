@@ -11,6 +11,11 @@
 
 namespace krtsim {
 
+// The version of the machine format (docs/machine-format.md) this build
+// reads: any 1.x file; a file of a later major version is refused.
+constexpr KRT_U64 kMachineFormatMajor = 1;
+constexpr KRT_U64 kMachineFormatMinor = 0;
+
 // Fills image (overwriting all of it) from fixture text. False with a
 // message naming the bad field when the text is not a usable fixture.
 bool buildFixture(std::string_view json, SimState &image, std::string *error);

@@ -16,7 +16,7 @@ using KRT_S32 = std::int32_t;
 __extension__ typedef unsigned __int128 SimU128;
 
 constexpr char kStateMagic[8] = {'K', 'R', 'T', 'S', 'I', 'M', 'S', 'T'};
-constexpr KRT_U32 kStateFormat = 10;
+constexpr KRT_U32 kStateFormat = 11;
 
 constexpr int kMaxAdapters = 64;  // the driver's adapter list holds no more
 constexpr int kMaxPds = 32;       // back-end SSD slots per controller
@@ -28,6 +28,9 @@ constexpr int kFwSlots = 7;
 constexpr int kSpiSize = 4096;
 constexpr int kSpiLogSize = 4096;
 constexpr int kBufferSize = 4096;
+constexpr int kIdentifySize = 4096;
+// A namespace's own Identify data is kept up to its sixteenth LBA format.
+constexpr int kNsIdentifyKept = 192;
 
 // The download pace of a new machine: an 8 MiB controller image takes about
 // twelve seconds, as on a controller writing its flash.
@@ -104,6 +107,50 @@ struct SimPd {
     KRT_U8 powerOff;
     KRT_U8 resetHeld;
     KRT_U8 reserved5[6];
+    // Figures of a disk whose SMART log was taken from a real one (a
+    // capture), where the model would otherwise work them out from those
+    // above: smartOwn says which (SMART_OWN_* bits).
+    KRT_U32 smartOwn;
+    KRT_U16 smartTemperature;  // composite, when it differs from `temperature`
+    KRT_U8 spareThreshold;
+    KRT_U8 idFrmw;  // Identify FRMW
+    KRT_U16 tempSensors[8];
+    KRT_U32 criticalTempMinutes;
+    KRT_U32 thermal[4];    // TMT1TC, TMT2TC, TTFTMT1, TTFTMT2
+    KRT_U64 hostReads[2];  // 128-bit counters: low, high
+    KRT_U64 hostWrites[2];
+    KRT_U64 busyMinutes[2];
+    KRT_U64 errorLogEntries[2];
+    KRT_U64 powerOnHoursHigh;
+    KRT_U64 powerCyclesHigh;
+    KRT_U64 unsafeShutdownsHigh;
+    KRT_U64 mediaErrorsHigh;
+    // The disk's own Identify texts where they differ from its record
+    // (ID_OWN_* bits in idOwn); a firmware activation ends the FR one.
+    KRT_U8 idOwn;
+    KRT_U8 reserved6[7];
+    char idSerial[20];
+    char idModel[40];
+    char idFr[8];
+    KRT_U8 idSubnqn[256];  // empty: the model's own
+};
+
+enum SmartOwn : KRT_U32 {
+    SMART_OWN_TEMPERATURE = 1u << 0,
+    SMART_OWN_SPARE_THRESHOLD = 1u << 1,
+    SMART_OWN_TEMP_SENSORS = 1u << 2,
+    SMART_OWN_CRITICAL_TEMP = 1u << 3,
+    SMART_OWN_THERMAL = 1u << 4,
+    SMART_OWN_HOST_READS = 1u << 5,
+    SMART_OWN_HOST_WRITES = 1u << 6,
+    SMART_OWN_BUSY = 1u << 7,
+    SMART_OWN_ERROR_ENTRIES = 1u << 8,
+};
+
+enum IdOwn : KRT_U8 {
+    ID_OWN_SERIAL = 1u << 0,
+    ID_OWN_MODEL = 1u << 1,
+    ID_OWN_FR = 1u << 2,
 };
 
 struct SimVd {
@@ -137,7 +184,11 @@ struct SimNs {
     KRT_U8 hasOwner;  // private to the controller `owner` (create, share "no")
     KRT_U8 reserved3;
     KRT_U16 owner;
-    KRT_U32 reserved4;
+    KRT_U16 reserved4;
+    // The namespace's own Identify data (a capture), answered instead of
+    // the model's; 0 bytes: the model's.
+    KRT_U16 identifyLength;
+    KRT_U8 identify[kNsIdentifyKept];
 };
 
 struct SimEvent {
@@ -184,6 +235,25 @@ struct SimAdapter {
     KRT_U8 spi[kSpiSize];
     KRT_U8 spiLog[kSpiLogSize];
     KRT_U8 mailbox[kBufferSize];  // reply of the last paired request
+    // The controller's own figures of its SMART log (a capture), where the
+    // model works them out from its SSDs: ADAPTER_SMART_* bits in smartOwn.
+    KRT_U8 smartOwn;
+    KRT_U8 smartCriticalWarning;
+    KRT_U8 smartSpare;
+    KRT_U8 smartSpareThreshold;
+    KRT_U8 smartPercentUsed;
+    KRT_U8 identifyOwn;  // identify holds the controller's own Identify data
+    KRT_U16 smartTemperature;
+    KRT_U8 reserved2[8];
+    KRT_U8 identify[kIdentifySize];
+};
+
+enum AdapterSmartOwn : KRT_U8 {
+    ADAPTER_SMART_CRITICAL = 1u << 0,
+    ADAPTER_SMART_TEMPERATURE = 1u << 1,
+    ADAPTER_SMART_SPARE = 1u << 2,
+    ADAPTER_SMART_SPARE_THRESHOLD = 1u << 3,
+    ADAPTER_SMART_PERCENT_USED = 1u << 4,
 };
 
 enum FaultEffect : KRT_U8 {

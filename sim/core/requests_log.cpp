@@ -22,9 +22,11 @@ constexpr size_t kSpiChunk = KRT_SPI_LOG_MAX_CHUNK;
 std::vector<std::string> eventPages(const SimAdapter &ad)
 {
     std::vector<std::string> pages(1);
-    const KRT_U32 stored = std::min<KRT_U32>(ad.eventCount, kMaxEvents);
-    for (KRT_U32 slot = 0; slot < stored; ++slot) {
-        const SimEvent &e = ad.events[slot];
+    // Every slot that holds an event: a ring taken from a controller (a
+    // capture) may have gaps that this model's own never has.
+    for (const SimEvent &e : ad.events) {
+        if (e.seq == 0 && e.msg[0] == '\0')
+            continue;
         char line[128];
         int n = std::snprintf(line, sizeof line, "[SEQ]%u[TIME]%u[MSG]%.*s\n", e.seq, e.time,
                               static_cast<int>(sizeof e.msg), e.msg);

@@ -129,6 +129,7 @@ void activatePdSlot(SimPd &pd, KRT_U8 slot)
 {
     pd.activeSlot = slot;
     pd.nextSlot = 0;
+    pd.idOwn = static_cast<KRT_U8>(pd.idOwn & ~ID_OWN_FR);  // Identify now says what runs
     std::memset(pd.fw, ' ', sizeof pd.fw);
     std::memcpy(pd.fw, pd.fwSlots[slot - 1], strnlen(pd.fwSlots[slot - 1], 8));
 }

@@ -25,7 +25,8 @@ using namespace krtsim;
 
 const char kUsage[] =
     "usage: krtsim COMMAND ...   (state: $KRTSIM_STATE, default /tmp/krtsim-<uid>/state)\n"
-    "  reset [raid|jbof|multi|foreign|import|empty|large|degraded|<fixture.json>]   start over (default raid)\n"
+    "  reset [raid|jbof|multi|foreign|import|empty|large|degraded|<machine.json>]   start over (default raid);\n"
+    "                                   a machine file, hand-written or from krt_cli --capture\n"
     "  show                             print the machine\n"
     "  log                              print the command log\n"
     "  log clear                        empty the command log\n"

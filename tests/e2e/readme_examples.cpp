@@ -46,6 +46,66 @@ TEST(Readme, ExamplesRunAsWrittenAgainstTheSimulator)
     }
 }
 
+// The lines of the fenced block under a heading of the README.
+std::vector<std::string> blockAfter(const std::string &heading)
+{
+    std::istringstream readme(krt_test::readFile(KRT_SOURCE_DIR "/README.md"));
+    std::vector<std::string> lines;
+    int fences = -1;
+    for (std::string line; std::getline(readme, line) && fences < 2;) {
+        if (line == heading)
+            fences = 0;
+        else if (fences >= 0 && line.rfind("```", 0) == 0)
+            ++fences;
+        else if (fences == 1)
+            lines.push_back(line);
+    }
+    return lines;
+}
+
+// What `krtsim show` says of the arrays, settings and firmware: not the
+// clock or the download pace, which belong to the simulator, nor the SPI
+// log, whose text a capture does not read.
+std::string arrays(const krt_test::SimMachine &m)
+{
+    std::istringstream shown(m.krtsim({"show"}).out);
+    std::string out;
+    for (std::string line; std::getline(shown, line);) {
+        if (line.rfind("clock:", 0) != 0 && line.rfind("firmware download pace:", 0) != 0 &&
+            line.rfind("  events:", 0) != 0)
+            out += line + "\n";
+    }
+    return out;
+}
+
+// The rehearsal as a user types it: the host is one simulated machine
+// (krt_cli), the copy another (krtsim). Rehearsed and run for real, the
+// change leaves both machines alike, and the copy's command log is what
+// the host received.
+TEST(Readme, RehearsalRunsAsWritten)
+{
+    const auto lines = blockAfter("### Rehearsing a change");
+    ASSERT_GE(lines.size(), 4u) << "the README's rehearsal block was not found";
+    krt_test::SimMachine host("raid"), copy("empty");
+    krt_test::RunOptions options = host.env();
+    const std::string cli = krt_test::cliPath();
+    options.env["PATH"] = cli.substr(0, cli.rfind('/')) + ":/usr/bin:/bin";
+    const std::string aliases = "shopt -s expand_aliases\nalias krt_cli='env KRTSIM_STATE=" + host.statePath() + " " +
+                                cli + "' krtsim='env KRTSIM_STATE=" + copy.statePath() + " " + krt_test::krtsimPath() +
+                                "'\n";
+    host.krtsim({"log", "clear"});
+    for (const std::string &line : lines) {
+        const auto r = krt_test::runProcess({"/bin/bash", "-c", aliases + line}, options);
+        EXPECT_EQ(r.status, 0) << line << "\n" << r.out << r.err;
+    }
+    EXPECT_EQ(arrays(copy), arrays(host));
+    EXPECT_TRUE(krt_test::has(arrays(host), "VD 2 "));
+    const std::string rehearsed = copy.krtsim({"log"}).out, real = host.krtsim({"log"}).out;
+    ASSERT_FALSE(rehearsed.empty());
+    ASSERT_GE(real.size(), rehearsed.size());
+    EXPECT_EQ(real.substr(real.size() - rehearsed.size()), rehearsed);
+}
+
 // The README's exit-status table: each row with an example is run on the
 // machine it names and must end with the status it gives.
 TEST(Readme, ExitStatusTableHolds)

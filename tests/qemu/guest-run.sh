@@ -27,6 +27,13 @@ run nvme-id-ctrl nvme id-ctrl $dev -o json
 run nvme-id-ns nvme id-ns $dev -n 1 -o json
 run nvme-smart nvme smart-log $dev -o json
 run nvme-fw-log nvme fw-log $dev -o json
+# The machine read into a file: the standard requests of another maker's
+# controller; then the file itself.
+mkdir -p /tmp
+run krt-capture $krt --capture /tmp/machine.json
+echo "@@@ krt-capture-file"
+cat /tmp/machine.json
+echo "@@@ rc $?"
 
 # Whole processes, the two tools in turn, in blocks of ten runs of one
 # command, so that a slow moment of the host weighs on both alike. The

@@ -338,6 +338,49 @@ TEST_F(LinuxHost, FirmwareSlotsMatchNvmeCli)
     r.same("Active Slot", active, std::to_string(number(slots["Active Firmware Slot (afi)"]) & 7));
 }
 
+// --capture on another maker's controller asks only the standard requests,
+// ends cleanly and writes what they gave.
+TEST_F(LinuxHost, CaptureHoldsWhatTheStandardRequestsGave)
+{
+    const Section &run = section("krt-capture");
+    EXPECT_EQ(run.status, 0) << run.text;
+    EXPECT_NE(run.text.find("another maker's controller: the standard requests only"), std::string::npos) << run.text;
+    const Section &file = section("krt-capture-file");
+    const json doc = json::parse(file.text, nullptr, false);
+    ASSERT_FALSE(doc.is_discarded()) << file.text;
+    EXPECT_EQ(doc["machine_format"], json::array({1, 0}));
+    EXPECT_TRUE(doc["notes"].empty()) << doc["notes"].dump();
+    ASSERT_EQ(doc["adapters"].size(), 1u);
+    const json &a = doc["adapters"][0];
+    const json ctrl = theirs("nvme-id-ctrl"), ns = theirs("nvme-id-ns"), smart = theirs("nvme-smart");
+    const json fw = theirs("nvme-fw-log");
+    Report r("--capture  vs  nvme id-ctrl / id-ns / smart-log / fw-log");
+    r.same("vid", hex(number(a["vid"])), hex(number(ctrl["vid"])));
+    for (const char *field : {"sn", "mn", "fr"}) {
+        const char *key = field[0] == 's' ? "serial" : field[0] == 'm' ? "model" : "fr";
+        r.same(key, a[key].is_string() ? a[key].get<std::string>() : a[key].dump(),
+               trim(ctrl[field].get<std::string>()));
+    }
+    r.same("frmw", std::to_string(number(a["frmw"])), std::to_string(number(ctrl["frmw"])));
+    // The raw Identify data starts with the VID, little-endian.
+    const std::string raw = a["identify_hex"].get<std::string>();
+    ASSERT_GE(raw.size(), 4u);
+    r.same("identify_hex VID",
+           hex(std::stoul(raw.substr(0, 2), nullptr, 16) | std::stoul(raw.substr(2, 2), nullptr, 16) << 8),
+           hex(number(ctrl["vid"])));
+    ASSERT_EQ(a["namespaces"].size(), 1u) << a.dump();
+    r.same("namespace 1 sectors", std::to_string(number(a["namespaces"][0]["sectors"])),
+           std::to_string(number(ns["nsze"])));
+    r.same("temperature", std::to_string(number(a["smart"]["temperature"])),
+           std::to_string(number(smart["temperature"])));
+    r.same("available_spare", std::to_string(number(a["smart"]["available_spare"])),
+           std::to_string(number(smart["avail_spare"])));
+    const json &slots = fw.begin().value();
+    r.same("fw_active", std::to_string(number(a["fw_active"])),
+           std::to_string(number(slots["Active Firmware Slot (afi)"]) & 7));
+    EXPECT_FALSE(a.contains("pds") || a.contains("vds") || a.contains("event_ring")) << a.dump();
+}
+
 TEST_F(LinuxHost, RequestsTheControllerRefusesAreReportedNotCrashedOn)
 {
     Report r("controller requests QEMU does not know");

@@ -147,6 +147,15 @@ TEST(SimTool, ResetReportsBadFixturesAndTakesOddValues)
     const std::pair<const char *, const char *> cases[] = {
         {R"({"adapters": [{"pd_count": 2, "vds": [{"members": [0, 5]}]}]})", "adapters[0].vds[0].members"},
         {R"({"adapters": [{"count": 65}]})", "adapters"},
+        {R"({"machine_format": [1], "adapters": []})", "machine_format: expected [major, minor]"},
+        {R"({"adapters": [{"identify_hex": "6b1"}]})", "adapters[0].identify_hex: expected an even number"},
+        {R"({"adapters": [{"eui64": "001e02zz"}]})", "not a hexadecimal digit: 'z'"},
+        {R"({"adapters": [{"serial": {"hex": 7}}]})", "adapters[0].serial.hex: expected hexadecimal digits"},
+        {R"({"adapters": [{"pd_count": 2, "namespaces": [{"pd": 0, "slot": 3}, {"pd": 1, "slot": 3}]}]})",
+         "adapters[0].namespaces[1].slot: slot 3 is taken"},
+        {R"({"adapters": [{"events": ["a"], "event_ring": {"logged": 1, "entries": []}}]})",
+         "give either event_ring or events"},
+        {R"({"adapters": [{"fw_slots": ["1.0", "123456789"]}]})", "a slot text has at most 8 characters"},
     };
     for (const auto &[json, message] : cases) {
         krt_test::writeFile(dir.file("f.json"), json);
