@@ -102,6 +102,12 @@ bool canWrite(const std::string &path, std::string &error)
         error = "it is a folder";
         return false;
     }
+    // The new file is renamed over the old one: a device, a fifo or a
+    // socket there would be replaced, not written to (/dev/null with it).
+    if (stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
+        error = "it is not a regular file";
+        return false;
+    }
     const std::string probe = temporaryName(path);
     const int fd = open(probe.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd < 0) {

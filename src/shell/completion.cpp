@@ -29,6 +29,8 @@ bool startsWith(std::string_view text, std::string_view prefix, bool anyCase)
 {
     if (text.size() < prefix.size())
         return false;
+    if (prefix.empty())
+        return true;  // an empty view may hold no pointer at all
     return anyCase ? strncasecmp(text.data(), prefix.data(), prefix.size()) == 0
                    : text.compare(0, prefix.size(), prefix) == 0;
 }

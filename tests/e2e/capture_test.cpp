@@ -3,6 +3,7 @@
 // as the original did; the capture sends only requests that read; what
 // fails is noted and nothing half-written is left behind.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -230,6 +231,8 @@ TEST(Capture, FailuresAreSaidAndLeaveNoHalfWrittenFile)
         {"no such controller", {}, {"3", "--capture", "FILE"}, 1, "NVMe Controller 3 does not exist", false, ""},
         {"unwritable folder", {}, {"--capture", "/proc/no/such/folder.json"}, 1, "cannot write /proc/no", false, ""},
         {"a folder", {}, {"--capture", "/tmp"}, 1, "(it is a folder)", false, ""},
+        // Renamed over, a device or fifo would be replaced, not written to.
+        {"a fifo", {}, {"--capture", "FIFO"}, 1, "(it is not a regular file)", false, ""},
         {"no file name", {}, {"--capture"}, 1, "--capture needs the name", false, ""},
         {"with a command", {}, {"info", "-o", "pd", "--capture", "FILE"}, 1, "'info' cannot be used", false, ""},
     };
@@ -239,8 +242,10 @@ TEST(Capture, FailuresAreSaidAndLeaveNoHalfWrittenFile)
             ASSERT_EQ(m.krtsim(words).status, 0) << c.name;
         const std::string file = m.dir().file("machine.json");
         std::vector<std::string> words = c.words;
+        const std::string fifo = m.dir().file("fifo");
+        ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
         for (auto &w : words)
-            w = w == "FILE" ? file : w;
+            w = w == "FILE" ? file : w == "FIFO" ? fifo : w;
         const RunResult r = m.cli(words);
         EXPECT_EQ(r.status, c.status) << c.name;
         EXPECT_TRUE(has(r.err, c.message)) << c.name << "\n" << r.err;
