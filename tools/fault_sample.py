@@ -61,7 +61,7 @@ FAULTS = [
     ("src/shell/dispatcher.cpp", "    if (*matches != 1)\n        return nullptr;", "    if (*matches == 0)\n        return nullptr;",
      "an ambiguous abbreviation let through"),
     ("src/commands/info_vd.cpp", "std::string word = vd.PDIDs[i] > 65534 ? \"? \" : std::to_string(vd.PDIDs[i] + base) + \" \";",
-     "std::string word = vd.PDIDs[i] > 65535 ? \"? \" : std::to_string(vd.PDIDs[i] + base) + \" \";",
+     "std::string word = vd.PDIDs[i] >= 65534 ? \"? \" : std::to_string(vd.PDIDs[i] + base) + \" \";",
      "the missing-member mark off by one"),
     ("src/util/text.cpp", "        if (*p >= 'A' && *p <= 'Z')", "        if (*p >= 'A' && *p < 'Z')",
      "the last letter not lowered"),
