@@ -19,12 +19,8 @@ description:
   - Reads only the records of the tool's JSON documents (format 2).
   - Needs nothing on the managed host beyond Python 3 and C(krt_cli).
 author: The krt_cli developers (!UNKNOWN)
-options:
-  krt_cli:
-    description:
-      - Path of C(krt_cli) on the managed host.
-      - Without it, C(krt_cli) is looked for on C(PATH).
-    type: path
+extends_documentation_fragment:
+  - krt.raid.krt
 notes:
   - Supports C(check_mode); it changes nothing in any mode.
   - A query that the tool or a controller fails ends the task with the

@@ -22,16 +22,10 @@ description:
     next reset (C(flash -o hba -q firmware)), so that a second run before the
     reboot changes nothing.
 author: The krt_cli developers (!UNKNOWN)
+extends_documentation_fragment:
+  - krt.raid.krt
+  - krt.raid.krt.controller
 options:
-  krt_cli:
-    description:
-      - Path of C(krt_cli) on the managed host.
-      - Without it, C(krt_cli) is looked for on C(PATH).
-    type: path
-  controller:
-    description: The controller, numbered from 0 as C(krt_cli) numbers it.
-    type: int
-    default: 0
   src:
     description: Path of the firmware image on the managed host.
     type: path

@@ -17,16 +17,10 @@ description:
     given here differs, writes them with C(krt_cli set -o hba).
   - A setting left out is left as it is.
 author: The krt_cli developers (!UNKNOWN)
+extends_documentation_fragment:
+  - krt.raid.krt
+  - krt.raid.krt.controller
 options:
-  krt_cli:
-    description:
-      - Path of C(krt_cli) on the managed host.
-      - Without it, C(krt_cli) is looked for on C(PATH).
-    type: path
-  controller:
-    description: The controller, numbered from 0 as C(krt_cli) numbers it.
-    type: int
-    default: 0
   auto_rebuild:
     description: Whether a virtual disk that lost a member rebuilds onto a spare by itself.
     type: bool

@@ -19,16 +19,10 @@ description:
   - A virtual disk counts as present when one of that RAID mode whose members
     are those physical disks exists, whatever its stripe size and namespaces.
 author: The krt_cli developers (!UNKNOWN)
+extends_documentation_fragment:
+  - krt.raid.krt
+  - krt.raid.krt.controller
 options:
-  krt_cli:
-    description:
-      - Path of C(krt_cli) on the managed host.
-      - Without it, C(krt_cli) is looked for on C(PATH).
-    type: path
-  controller:
-    description: The controller, numbered from 0 as C(krt_cli) numbers it.
-    type: int
-    default: 0
   raid_mode:
     description:
       - RAID mode of the virtual disk, one of C(0), C(1), C(5), C(6), C(10), C(50), C(60) and C(JBOD).
