@@ -99,7 +99,7 @@ coverage: deps
 	cd build-coverage && ctest -j $(JOBS) --timeout 600 -E '$(COVERAGE_EXCLUDE)' || echo "make: some tests failed; coverage follows all the same"
 	@for part in src sim; do \
 	  echo "== coverage of $$part/"; \
-	  gcovr -r . --object-directory build-coverage --exclude-directories "build-coverage/CMakeFiles" --filter "$$part/" --print-summary -o /dev/null; \
+	  gcovr -r . --object-directory build-coverage --exclude-directories "build-coverage/CMakeFiles" --filter "$$part/" --print-summary -o "build-coverage/coverage-$$part.txt"; \
 	done
 
 format:
