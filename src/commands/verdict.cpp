@@ -9,7 +9,7 @@
 
 namespace {
 
-std::string formatted(const char *format, std::va_list args)
+__attribute__((format(printf, 1, 0))) std::string formatted(const char *format, std::va_list args)
 {
     std::va_list again;
     va_copy(again, args);
