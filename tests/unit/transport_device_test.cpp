@@ -199,7 +199,7 @@ TEST(DriverListDevice, StatusIsTheCompletionsEvenWhenTheDriverFails)
     dev->closeHandle();
 }
 
-class LinuxHost : public ::testing::Test {
+class LinuxNodes : public ::testing::Test {
   protected:
     void SetUp() override
     {
@@ -233,7 +233,7 @@ class LinuxHost : public ::testing::Test {
 
 // The controller's answer without its retry bits; 1 when none came back,
 // with the errno kept apart from a controller's answer of 1.
-TEST_F(LinuxHost, StatusOfEachWayACommandEnds)
+TEST_F(LinuxNodes, StatusOfEachWayACommandEnds)
 {
     const struct {
         int ioctl, err;  // the ioctl's result, and its errno when it fails
@@ -266,7 +266,7 @@ TEST_F(LinuxHost, StatusOfEachWayACommandEnds)
     dev->closeHandle();
 }
 
-TEST_F(LinuxHost, ScanKeepsTheControllersItAccepts)
+TEST_F(LinuxNodes, ScanKeepsTheControllersItAccepts)
 {
     gVIDFormCLI = kQemuVid;
     for (const char *name : {"nvme2", "nvme10", "nvme0", "nvme1"})
@@ -294,7 +294,7 @@ TEST_F(LinuxHost, ScanKeepsTheControllersItAccepts)
     EXPECT_EQ(registry.Scan(tree.file("missing").c_str()), 0);
 }
 
-TEST_F(LinuxHost, PermissionDeniedIsReportedAndEndsTheScan)
+TEST_F(LinuxNodes, PermissionDeniedIsReportedAndEndsTheScan)
 {
     node("nvme0", {.openErrno = EACCES});
     registry.Scan(tree.path().c_str());
