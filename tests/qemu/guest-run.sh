@@ -17,10 +17,10 @@ run() {
 
 echo "@@@ nodes"
 ls /dev | grep nvme
-run krt-identify-ctrl $krt identify -c 1
-run krt-identify-ns $krt identify -c 0 -n 1
-run krt-smart $krt smart -o hba
-run krt-firmware $krt flash -o hba -q firmware
+run krt-identify-ctrl $krt --json identify -c 1
+run krt-identify-ns $krt --json identify -c 0 -n 1
+run krt-smart $krt --json smart -o hba
+run krt-firmware $krt --json flash -o hba -q firmware
 run krt-info $krt info -o hba
 run krt-vendor $krt smart -o ns -n 1
 run nvme-id-ctrl nvme id-ctrl $dev -o json

@@ -19,7 +19,6 @@
 namespace {
 
 using nlohmann::json;
-using Fields = std::map<std::string, std::string>;
 
 // One program's answer in the guest.
 struct Section {
@@ -129,36 +128,20 @@ const Guest &guest()
     return g;
 }
 
-// "LABEL:   value" lines of krt_cli's displays, by trimmed label.
-Fields labelled(const std::string &text)
-{
-    Fields out;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        const auto colon = line.find(':');
-        if (colon != std::string::npos)
-            out[trim(line.substr(0, colon))] = trim(line.substr(colon + 1));
-    }
-    return out;
-}
-
-std::string hex(unsigned long long v)
-{
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "0x%llx", v);
-    return buf;
-}
-
-// nvme-cli writes the widest counters as decimal text.
 unsigned long long number(const json &v)
 {
     return v.is_string() ? std::stoull(v.get<std::string>()) : v.get<unsigned long long>();
 }
 
-std::string lower(std::string s)
+// A value as the report shows it: a number in decimal (nvme-cli writes the
+// widest as decimal text), any other text trimmed.
+std::string shown(const json &v)
 {
-    std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return std::tolower(c); });
-    return s;
+    if (v.is_number_unsigned())
+        return std::to_string(v.get<unsigned long long>());
+    const std::string text = v.is_string() ? v.get<std::string>() : v.dump();
+    const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+    return digits ? std::to_string(std::stoull(text)) : trim(text);
 }
 
 // One line of the report per compared field.
@@ -186,73 +169,63 @@ class LinuxHost : public ::testing::Test {
         EXPECT_TRUE(normally ? s.status == 0 : s.status >= 0 && s.status < 128) << name << ":\n" << s.text;
         return s;
     }
-    Fields ours(const std::string &name) { return labelled(section(name).text); }
-    // nvme-cli's document; a firmware log is one object under the device's name.
-    json theirs(const std::string &name)
+    // The document a program printed: krt_cli's first record, nvme-cli's
+    // document (a firmware log is one object under the device's name), or
+    // the file --capture wrote.
+    json doc(const std::string &name)
     {
-        const json j = json::parse(section(name).text, nullptr, false);
+        json j = json::parse(section(name).text, nullptr, false);
+        if (j.contains("records") && j["records"].is_array() && !j["records"].empty())
+            j = j["records"][0];
+        else if (name == "nvme-fw-log" && j.is_object() && !j.empty())
+            j = j.begin().value();
         EXPECT_TRUE(j.is_object() && !j.empty()) << name << ":\n" << section(name).text;
-        return !j.is_object() || j.empty() ? json::object() : name == "nvme-fw-log" ? j.begin().value() : j;
+        return j.is_object() ? j : json::object();
     }
 };
 
-TEST_F(LinuxHost, IdentifyMatchesNvmeCli)
+// The records krt_cli decodes from the controller's own data, field by
+// field against nvme-cli's: the key of both, or krt_cli's=nvme-cli's.
+TEST_F(LinuxHost, RecordsMatchNvmeCli)
 {
-    Fields k = ours("krt-identify-ctrl");
-    json n = theirs("nvme-id-ctrl");
-    std::printf("\nidentify -c 1  vs  nvme id-ctrl\n");
-    for (const char *field : {"VID", "SSVID", "OACS", "FRMW", "LPA", "SQES", "CQES", "NN", "ONCS"})
-        same(field, k[field], hex(number(n[lower(field)])));
-    for (const char *field : {"SN", "MN", "FR"})
-        same(field, k[field], trim(n[lower(field)].get<std::string>()));
-    same("TNVMCAP(Bytes)", k["TNVMCAP(Bytes)"], std::to_string(number(n["tnvmcap"])));
-    // The first 60 characters blank-padded, then the 61st byte as a number.
-    std::string subnqn = n["subnqn"].get<std::string>();
+    const char *const docs[][3] = {
+        {"krt-identify-ctrl", "nvme-id-ctrl",
+         "vid ssvid sn mn fr oacs frmw lpa sqes cqes nn oncs tnvmcap_bytes=tnvmcap"},
+        {"krt-identify-ns", "nvme-id-ns", "nsze ncap nuse nlbaf flbas"},
+        {"krt-smart", "nvme-smart",
+         "critical_warning available_spare_percent=avail_spare available_spare_threshold_percent=spare_thresh "
+         "percentage_used_percent=percent_used"},
+    };
+    for (const auto &[oursName, theirsName, keys] : docs) {
+        json ours = doc(oursName), theirs = doc(theirsName);
+        std::printf("\n%s  vs  %s\n", oursName, theirsName);
+        for (const std::string &key : words(keys)) {
+            const std::size_t equals = key.find('=');
+            same(key, shown(ours[key.substr(0, equals)]),
+                 shown(theirs[equals == std::string::npos ? key : key.substr(equals + 1)]));
+        }
+    }
+
+    // The SUBNQN: the first 60 characters blank-padded, then the 61st byte as a number.
+    json ctrl = doc("nvme-id-ctrl");
+    std::string subnqn = ctrl["subnqn"].is_string() ? ctrl["subnqn"].get<std::string>() : "";
     subnqn.resize(256, '\0');
     std::replace(subnqn.begin(), subnqn.begin() + 60, '\0', ' ');
-    same("SUBNQN", k["SUBNQN"], trim(subnqn.substr(0, 60) + std::to_string(static_cast<unsigned char>(subnqn[60]))));
-
-    const std::string text = section("krt-identify-ns").text;
-    k = labelled(text);
-    n = theirs("nvme-id-ns");
-    std::printf("\nidentify -c 0 -n 1  vs  nvme id-ns -n 1\n");
-    for (const char *field : {"NSZE", "NCAP", "NUSE", "nlbaf", "flbas"})
-        same(field, k[field], hex(number(n[lower(field)])));
-    // The formats: "[LBAF] i", then its MS, DS and RP lines.
-    std::vector<std::string> blocks;
-    for (std::size_t at = text.find("[LBAF]"); at != std::string::npos; at = text.find("[LBAF]", at + 1))
-        blocks.push_back(text.substr(at, text.find("[LBAF]", at + 1) - at));
-    same("LBA format count", std::to_string(blocks.size()), std::to_string(number(n["nlbaf"]) + 1));
-    for (std::size_t i = 0; i < blocks.size() && i < n["lbafs"].size(); ++i) {
-        Fields format = labelled(blocks[i]);
-        for (const char *field : {"MS", "DS", "RP"})
-            same("LBAF" + std::to_string(i) + " " + field, format[field], hex(number(n["lbafs"][i][lower(field)])));
+    same("subnqn", shown(doc("krt-identify-ctrl")["subnqn"]),
+         subnqn.substr(0, 60) + std::to_string(static_cast<unsigned char>(subnqn[60])));
+    json ns = doc("krt-identify-ns"), theirNs = doc("nvme-id-ns");
+    same("lba format count", std::to_string(ns["lba_formats"].size()), std::to_string(number(theirNs["nlbaf"]) + 1));
+    for (std::size_t i = 0; i < ns["lba_formats"].size() && i < theirNs["lbafs"].size(); ++i) {
+        for (const char *key : {"ms", "ds", "rp"})
+            same("lbaf" + std::to_string(i) + " " + key, shown(ns["lba_formats"][i][key]),
+                 shown(theirNs["lbafs"][i][key]));
     }
-}
-
-TEST_F(LinuxHost, SmartLogAndFirmwareSlotsMatchNvmeCli)
-{
-    Fields k = ours("krt-smart");
-    json n = theirs("nvme-smart");
-    std::printf("\nsmart -o hba  vs  nvme smart-log\n");
-    char warning[8];
-    std::snprintf(warning, sizeof warning, "0x%02llx", number(n["critical_warning"]));
-    same("Critical Warning", k["Critical Warning"], warning);
-    same("Temperature", k["Composite Temperature"],
-         std::to_string(static_cast<long long>(number(n["temperature"])) - 273) + " Celsius");
-    const std::pair<const char *, const char *> percentages[] = {{"Available Spare", "avail_spare"},
-                                                                 {"Available Spare Threshold", "spare_thresh"},
-                                                                 {"Percentage Used", "percent_used"}};
-    for (const auto &[field, key] : percentages)
-        same(field, k[field], std::to_string(number(n[key])) + "%");
-
-    k = ours("krt-firmware");
-    json slots = theirs("nvme-fw-log");
-    std::printf("\nflash -o hba -q firmware  vs  nvme fw-log / id-ctrl\n");
-    same("Slot count", k["Slot count"], std::to_string((number(theirs("nvme-id-ctrl")["frmw"]) >> 1) & 7));
-    // "Active Slot: 1, Next Active Slot: 0" is one line.
-    same("Active Slot", k["Active Slot"].substr(0, k["Active Slot"].find(',')),
-         std::to_string(number(slots["Active Firmware Slot (afi)"]) & 7));
+    same("temperature", shown(doc("krt-smart")["composite_temperature_celsius"]),
+         std::to_string(number(doc("nvme-smart")["temperature"]) - 273));
+    json firmware = doc("krt-firmware");
+    same("slot_count", shown(firmware["slot_count"]), std::to_string((number(ctrl["frmw"]) >> 1) & 7));
+    same("active_slot", shown(firmware["active_slot"]),
+         std::to_string(number(doc("nvme-fw-log")["Active Firmware Slot (afi)"]) & 7));
 }
 
 // --capture on another maker's controller asks only the standard requests,
@@ -261,32 +234,32 @@ TEST_F(LinuxHost, CaptureHoldsWhatTheStandardRequestsGave)
 {
     EXPECT_NE(section("krt-capture").text.find("another maker's controller: the standard requests only"),
               std::string::npos);
-    json doc = theirs("krt-capture-file");
-    EXPECT_EQ(doc["machine_format"], json::array({1, 0}));
-    EXPECT_TRUE(doc["notes"].empty()) << doc["notes"].dump();
-    ASSERT_EQ(doc["adapters"].size(), 1u);
-    json a = doc["adapters"][0];
+    json file = doc("krt-capture-file");
+    EXPECT_EQ(file["machine_format"], json::array({1, 0}));
+    EXPECT_TRUE(file["notes"].empty()) << file["notes"].dump();
+    ASSERT_EQ(file["adapters"].size(), 1u);
+    json a = file["adapters"][0], ctrl = doc("nvme-id-ctrl"), smart = doc("nvme-smart");
     ASSERT_EQ(a["namespaces"].size(), 1u) << a.dump();
-    json ctrl = theirs("nvme-id-ctrl"), smart = theirs("nvme-smart");
+    EXPECT_FALSE(a.contains("pds") || a.contains("vds") || a.contains("event_ring")) << a.dump();
     std::printf("\n--capture  vs  nvme id-ctrl / id-ns / smart-log / fw-log\n");
-    same("vid", hex(number(a["vid"])), hex(number(ctrl["vid"])));
-    same("serial", a["serial"].get<std::string>(), trim(ctrl["sn"].get<std::string>()));
-    same("model", a["model"].get<std::string>(), trim(ctrl["mn"].get<std::string>()));
-    same("fr", a["fr"].get<std::string>(), trim(ctrl["fr"].get<std::string>()));
-    same("frmw", std::to_string(number(a["frmw"])), std::to_string(number(ctrl["frmw"])));
     // The raw Identify data starts with the VID, little-endian.
     const std::string raw = a["identify_hex"].get<std::string>() + "0000";
-    same("identify_hex VID", hex(std::stoul(raw.substr(2, 2) + raw.substr(0, 2), nullptr, 16)),
-         hex(number(ctrl["vid"])));
-    same("namespace 1 sectors", std::to_string(number(a["namespaces"][0]["sectors"])),
-         std::to_string(number(theirs("nvme-id-ns")["nsze"])));
-    same("temperature", std::to_string(number(a["smart"]["temperature"])),
-         std::to_string(number(smart["temperature"])));
-    same("available_spare", std::to_string(number(a["smart"]["available_spare"])),
-         std::to_string(number(smart["avail_spare"])));
-    same("fw_active", std::to_string(number(a["fw_active"])),
-         std::to_string(number(theirs("nvme-fw-log")["Active Firmware Slot (afi)"]) & 7));
-    EXPECT_FALSE(a.contains("pds") || a.contains("vds") || a.contains("event_ring")) << a.dump();
+    same("identify_hex vid", std::to_string(std::stoul(raw.substr(2, 2) + raw.substr(0, 2), nullptr, 16)),
+         shown(ctrl["vid"]));
+    const std::tuple<const char *, json, json> fields[] = {
+        {"vid", a["vid"], ctrl["vid"]},
+        {"serial", a["serial"], ctrl["sn"]},
+        {"model", a["model"], ctrl["mn"]},
+        {"fr", a["fr"], ctrl["fr"]},
+        {"frmw", a["frmw"], ctrl["frmw"]},
+        {"namespace 1 sectors", a["namespaces"][0]["sectors"], doc("nvme-id-ns")["nsze"]},
+        {"temperature", a["smart"]["temperature"], smart["temperature"]},
+        {"available_spare", a["smart"]["available_spare"], smart["avail_spare"]},
+    };
+    for (const auto &[field, ours, theirs] : fields)
+        same(field, shown(ours), shown(theirs));
+    same("fw_active", shown(a["fw_active"]),
+         std::to_string(number(doc("nvme-fw-log")["Active Firmware Slot (afi)"]) & 7));
 }
 
 TEST_F(LinuxHost, RequestsTheControllerRefusesAreReportedNotCrashedOn)
