@@ -76,8 +76,9 @@ int main(int argc, char **argv)
     }
     gReal = *real;
     const std::vector<std::uint8_t> image(4096, 0), spi(4096, 'S');
-    const auto lines = krt_fuzz::commandLines(krt_fuzz::fileWith(0, image.data(), image.size()),
-                                              krt_fuzz::fileWith(1, spi.data(), spi.size()));
+    const auto lines =
+        krt_fuzz::commandLines(krt_fuzz::fileWith(0, image.data(), image.size()),
+                               krt_fuzz::fileWith(1, spi.data(), spi.size()), krt_fuzz::fileWith(2, spi.data(), 0));
     const auto index = static_cast<std::size_t>(std::strtoul(argv[1], nullptr, 10));
     if (index >= lines.size()) {
         std::fprintf(stderr, "krt_fuzz_capture: there are %zu command lines\n", lines.size());

@@ -18,10 +18,12 @@ namespace {
 
 const std::vector<std::string> &lines()
 {
-    // A raw image of one segment whose words add up to 0, and an SPI area.
+    // A raw image of one segment whose words add up to 0, an SPI area, and
+    // a file to write.
     static const std::vector<std::uint8_t> image(4096, 0), spi(4096, 'S');
-    static const std::vector<std::string> all = krt_fuzz::commandLines(
-        krt_fuzz::fileWith(0, image.data(), image.size()), krt_fuzz::fileWith(1, spi.data(), spi.size()));
+    static const std::vector<std::string> all =
+        krt_fuzz::commandLines(krt_fuzz::fileWith(0, image.data(), image.size()),
+                               krt_fuzz::fileWith(1, spi.data(), spi.size()), krt_fuzz::fileWith(2, spi.data(), 0));
     return all;
 }
 

@@ -17,10 +17,10 @@ run() {
 
 echo "@@@ nodes"
 ls /dev | grep nvme
-run krt-identify-ctrl $krt identify -c 1
-run krt-identify-ns $krt identify -c 0 -n 1
-run krt-smart $krt smart -o hba
-run krt-firmware $krt flash -o hba -q firmware
+run krt-identify-ctrl $krt --json identify -c 1
+run krt-identify-ns $krt --json identify -c 0 -n 1
+run krt-smart $krt --json smart -o hba
+run krt-firmware $krt --json flash -o hba -q firmware
 run krt-info $krt info -o hba
 run krt-vendor $krt smart -o ns -n 1
 run nvme-id-ctrl nvme id-ctrl $dev -o json
@@ -35,36 +35,23 @@ echo "@@@ krt-capture-file"
 cat /tmp/machine.json
 echo "@@@ rc $?"
 
-# Whole processes, the two tools in turn, in blocks of ten runs of one
-# command, so that a slow moment of the host weighs on both alike. The
-# clock is the uptime in hundredths of a second, read without starting a
-# process: a block's hundredths are the milliseconds of one run.
-BLOCKS=8
+# Whole processes in blocks of ten runs of one command, the two tools in
+# turn, eight times over, so that a slow moment of the host weighs on both
+# alike. The uptime in hundredths of a second, read without starting a
+# process, gives a block's hundredths: the milliseconds of one run.
 tick() {
   read -r up _ </proc/uptime
   now=${up%.*}${up#*.}
 }
-block() {
-  name=$1
-  shift
-  tick
-  start=$now
-  i=0
-  while [ $i -lt 10 ]; do
-    "$@" </dev/null >/dev/null 2>&1
-    i=$((i + 1))
+for b in 1 2 3 4 5 6 7 8; do
+  for block in "krt-identify $krt identify -c 1" "nvme-identify nvme id-ctrl $dev" "krt-smart $krt smart -o hba" \
+    "nvme-smart nvme smart-log $dev" "krt-version $krt version" "nvme-version nvme version" "true /bin/true"; do
+    tick
+    start=$now
+    for i in 0 1 2 3 4 5 6 7 8 9; do
+      ${block#* } </dev/null >/dev/null 2>&1
+    done
+    tick
+    echo "@@@ block ${block%% *} $((now - start))"
   done
-  tick
-  echo "@@@ block $name $((now - start))"
-}
-b=0
-while [ $b -lt $BLOCKS ]; do
-  block krt-identify $krt identify -c 1
-  block nvme-identify nvme id-ctrl $dev
-  block krt-smart $krt smart -o hba
-  block nvme-smart nvme smart-log $dev
-  block krt-version $krt version
-  block nvme-version nvme version
-  block true /bin/true
-  b=$((b + 1))
 done

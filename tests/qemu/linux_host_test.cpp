@@ -19,7 +19,6 @@
 namespace {
 
 using nlohmann::json;
-using Fields = std::map<std::string, std::string>;
 
 // One program's answer in the guest.
 struct Section {
@@ -28,7 +27,6 @@ struct Section {
 };
 
 struct Guest {
-    bool ran = false;
     std::string skipped;  // why the guest could not be had
     std::string failed;   // why a guest that could be built did not report
     std::map<std::string, Section> sections;
@@ -39,11 +37,20 @@ struct Guest {
 std::string trim(const std::string &s)
 {
     const auto first = s.find_first_not_of(' ');
-    if (first == std::string::npos)
-        return "";
-    return s.substr(first, s.find_last_not_of(' ') - first + 1);
+    return first == std::string::npos ? "" : s.substr(first, s.find_last_not_of(' ') - first + 1);
 }
 
+std::vector<std::string> words(const std::string &text)
+{
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    for (std::string w; in >> w;)
+        out.push_back(w);
+    return out;
+}
+
+// "@@@ name" opens a section, "@@@ rc N" closes it, "@@@ block name ms"
+// is a timing.
 void parseResults(const std::string &text, Guest &guest)
 {
     std::istringstream lines(text);
@@ -51,24 +58,17 @@ void parseResults(const std::string &text, Guest &guest)
     for (std::string line; std::getline(lines, line);) {
         if (!line.empty() && line.back() == '\r')
             line.pop_back();
+        const std::vector<std::string> w = words(line);
         if (line.rfind("@@@ ", 0) != 0) {
             if (!current.empty())
                 guest.sections[current].text += line + "\n";
-            continue;
-        }
-        std::istringstream words(line.substr(4));
-        std::string word;
-        words >> word;
-        if (word == "rc") {
-            words >> guest.sections[current].status;
+        } else if (w[1] == "rc" && w.size() == 3) {
+            guest.sections[current].status = std::atoi(w[2].c_str());
             current.clear();
-        } else if (word == "block") {
-            std::string name;
-            long ms = 0;
-            if (words >> name >> ms)
-                guest.blocks[name].push_back(ms);
-        } else if (word != "end") {
-            current = word;
+        } else if (w[1] == "block" && w.size() == 4) {
+            guest.blocks[w[2]].push_back(std::atol(w[3].c_str()));
+        } else if (w[1] != "end") {
+            current = w[1];
             guest.sections[current];
         }
     }
@@ -80,9 +80,8 @@ std::string program(const std::string &name)
     const char *path = std::getenv("PATH");
     std::istringstream dirs(path != nullptr ? path : "/usr/bin:/bin");
     for (std::string dir; std::getline(dirs, dir, ':');) {
-        const std::string candidate = dir + "/" + name;
-        if (access(candidate.c_str(), X_OK) == 0)
-            return candidate;
+        if (access((dir + "/" + name).c_str(), X_OK) == 0)
+            return dir + "/" + name;
     }
     return name;
 }
@@ -91,59 +90,35 @@ std::string program(const std::string &name)
 const Guest &guest()
 {
     static Guest g;
-    if (g.ran)
+    static bool ran = false;
+    if (ran)
         return g;
-    g.ran = true;
+    ran = true;
     const std::string out = KRT_QEMU_OUT;
     krt_test::RunOptions build;
     build.timeoutSeconds = 600;
     const auto built = krt_test::runProcess({KRT_QEMU_SOURCE "/build-guest.sh", out, KRT_CLI_PATH}, build);
-    if (built.status == 77) {
-        g.skipped = built.err;
-        return g;
-    }
     if (built.status != 0) {
-        g.failed = "building the guest failed:\n" + built.err;
+        (built.status == 77 ? g.skipped : g.failed) = "building the guest failed:\n" + built.err;
         return g;
     }
-
     // A fresh disk and fresh result files for every boot.
     krt_test::writeFile(out + "/results.txt", "");
-    const std::string disk = out + "/nvme.img";
-    krt_test::writeFile(disk, "");
-    if (truncate(disk.c_str(), 64 << 20) != 0) {
-        g.failed = "cannot make the guest's disk " + disk;
+    krt_test::writeFile(out + "/nvme.img", "");
+    if (truncate((out + "/nvme.img").c_str(), 64 << 20) != 0) {
+        g.failed = "cannot make the guest's disk";
         return g;
     }
     krt_test::RunOptions boot;
     boot.timeoutSeconds = 540;
     boot.cwd = out;
-    const auto run = krt_test::runProcess({program("qemu-system-x86_64"),
-                                           "-machine",
-                                           "q35,accel=tcg",
-                                           "-cpu",
-                                           "max",
-                                           "-m",
-                                           "512",
-                                           "-nographic",
-                                           "-no-reboot",
-                                           "-monitor",
-                                           "none",
-                                           "-kernel",
-                                           "vmlinuz",
-                                           "-initrd",
-                                           "initramfs.cpio.gz",
-                                           "-append",
-                                           "console=ttyS0 quiet panic=-1",
-                                           "-drive",
-                                           "file=nvme.img,if=none,id=nv0,format=raw,cache=unsafe",
-                                           "-device",
-                                           "nvme,serial=KRTQEMU0001,drive=nv0",
-                                           "-serial",
-                                           "file:console.log",
-                                           "-serial",
-                                           "file:results.txt"},
-                                          boot);
+    std::vector<std::string> argv = words(
+        "-machine q35,accel=tcg -cpu max -m 512 -nographic -no-reboot -monitor none -kernel vmlinuz "
+        "-initrd initramfs.cpio.gz -append _ -drive file=nvme.img,if=none,id=nv0,format=raw,cache=unsafe "
+        "-device nvme,serial=KRTQEMU0001,drive=nv0 -serial file:console.log -serial file:results.txt");
+    argv.insert(argv.begin(), program("qemu-system-x86_64"));
+    *std::find(argv.begin(), argv.end(), "_") = "console=ttyS0 quiet panic=-1";
+    const auto run = krt_test::runProcess(argv, boot);
     const std::string results = krt_test::readFile(out + "/results.txt");
     parseResults(results, g);
     if (run.timedOut || run.status != 0 || results.find("@@@ end") == std::string::npos) {
@@ -153,284 +128,170 @@ const Guest &guest()
     return g;
 }
 
-// "LABEL:   value" lines of krt_cli's displays, by trimmed label.
-Fields labelled(const std::string &text)
-{
-    Fields out;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        const auto colon = line.find(':');
-        if (colon != std::string::npos)
-            out[trim(line.substr(0, colon))] = line.substr(colon + 1);
-    }
-    return out;
-}
-
-// The report: every compared field, one line each.
-class Report {
-  public:
-    explicit Report(const char *title) { std::printf("\n%s\n", title); }
-    void same(const std::string &field, const std::string &ours, const std::string &theirs)
-    {
-        const bool ok = ours == theirs;
-        std::printf("  %-22s krt_cli=%-40s nvme=%-40s %s\n", field.c_str(), quoted(ours).c_str(),
-                    quoted(theirs).c_str(), ok ? "same" : "DIFFERENT");
-        EXPECT_EQ(ours, theirs) << field;
-    }
-    void note(const std::string &field, const std::string &text)
-    {
-        std::printf("  %-22s %s\n", field.c_str(), text.c_str());
-    }
-
-  private:
-    static std::string quoted(const std::string &s) { return "\"" + s + "\""; }
-};
-
-std::string hex(unsigned long long v)
-{
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "0x%llx", v);
-    return buf;
-}
-
-// nvme-cli writes the widest counters as decimal text.
 unsigned long long number(const json &v)
 {
     return v.is_string() ? std::stoull(v.get<std::string>()) : v.get<unsigned long long>();
+}
+
+// A value as the report shows it: a number in decimal (nvme-cli writes the
+// widest as decimal text), any other text trimmed.
+std::string shown(const json &v)
+{
+    if (v.is_number_unsigned())
+        return std::to_string(v.get<unsigned long long>());
+    const std::string text = v.is_string() ? v.get<std::string>() : v.dump();
+    const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+    return digits ? std::to_string(std::stoull(text)) : trim(text);
+}
+
+// One line of the report per compared field.
+void same(const std::string &field, const std::string &ours, const std::string &theirs)
+{
+    std::printf("  %-22s krt_cli=%-40s nvme=%-40s %s\n", field.c_str(), ("\"" + ours + "\"").c_str(),
+                ("\"" + theirs + "\"").c_str(), ours == theirs ? "same" : "DIFFERENT");
+    EXPECT_EQ(ours, theirs) << field;
 }
 
 class LinuxHost : public ::testing::Test {
   protected:
     void SetUp() override
     {
-        const Guest &g = guest();
-        if (!g.skipped.empty())
-            GTEST_SKIP() << "QEMU guest unavailable: " << g.skipped;
-        ASSERT_TRUE(g.failed.empty()) << g.failed;
+        if (!guest().skipped.empty())
+            GTEST_SKIP() << "QEMU guest unavailable: " << guest().skipped;
+        ASSERT_TRUE(guest().failed.empty()) << guest().failed;
     }
-    const Section &section(const std::string &name)
+    // A section of a program that ended normally, or at least without a signal.
+    const Section &section(const std::string &name, bool normally = true)
     {
         static const Section none;
-        auto it = guest().sections.find(name);
-        EXPECT_NE(it, guest().sections.end()) << "the guest wrote no section " << name;
-        return it == guest().sections.end() ? none : it->second;
+        const auto it = guest().sections.find(name);
+        const Section &s = it == guest().sections.end() ? none : it->second;
+        EXPECT_TRUE(normally ? s.status == 0 : s.status >= 0 && s.status < 128) << name << ":\n" << s.text;
+        return s;
     }
-    // A krt_cli answer that ended normally.
-    Fields ours(const std::string &name)
+    // The document a program printed: krt_cli's first record, nvme-cli's
+    // document (a firmware log is one object under the device's name), or
+    // the file --capture wrote.
+    json doc(const std::string &name)
     {
-        const Section &s = section(name);
-        EXPECT_EQ(s.status, 0) << name << ":\n" << s.text;
-        return labelled(s.text);
-    }
-    json theirs(const std::string &name)
-    {
-        const Section &s = section(name);
-        EXPECT_EQ(s.status, 0) << name << ":\n" << s.text;
-        json j = json::parse(s.text, nullptr, false);
-        EXPECT_FALSE(j.is_discarded()) << name << ":\n" << s.text;
-        return j.is_discarded() ? json::object() : j;
+        json j = json::parse(section(name).text, nullptr, false);
+        if (j.contains("records") && j["records"].is_array() && !j["records"].empty())
+            j = j["records"][0];
+        else if (name == "nvme-fw-log" && j.is_object() && !j.empty())
+            j = j.begin().value();
+        EXPECT_TRUE(j.is_object() && !j.empty()) << name << ":\n" << section(name).text;
+        return j.is_object() ? j : json::object();
     }
 };
 
-TEST_F(LinuxHost, IdentifyControllerMatchesNvmeCli)
+// The records krt_cli decodes from the controller's own data, field by
+// field against nvme-cli's: the key of both, or krt_cli's=nvme-cli's.
+TEST_F(LinuxHost, RecordsMatchNvmeCli)
 {
-    Fields k = ours("krt-identify-ctrl");
-    const json n = theirs("nvme-id-ctrl");
-    ASSERT_TRUE(n.is_object() && n.contains("vid"));
-    Report r("identify -c 1  vs  nvme id-ctrl");
-    for (const char *field : {"VID", "SSVID", "OACS", "FRMW", "LPA", "SQES", "CQES", "NN", "ONCS"}) {
-        std::string key = field;
-        for (auto &c : key)
-            c = static_cast<char>(std::tolower(c));
-        r.same(field, trim(k[field]), hex(number(n[key])));
-    }
-    for (const char *field : {"SN", "MN", "FR"}) {
-        std::string key = field;
-        for (auto &c : key)
-            c = static_cast<char>(std::tolower(c));
-        r.same(field, trim(k[field]), trim(n[key].get<std::string>()));
-    }
-    r.same("TNVMCAP(Bytes)", trim(k["TNVMCAP(Bytes)"]), std::to_string(number(n["tnvmcap"])));
-    // The display shows the first 60 characters blank-padded, then the
-    // 61st byte as a number.
-    std::string subnqn = n["subnqn"].get<std::string>();
-    subnqn.resize(256, '\0');
-    std::string rendered;
-    for (int i = 0; i < 60; ++i)
-        rendered += subnqn[i] == '\0' ? ' ' : subnqn[i];
-    rendered += std::to_string(static_cast<unsigned char>(subnqn[60]));
-    std::string shown = k["SUBNQN"];
-    shown = shown.substr(shown.find_first_not_of(' '));
-    r.same("SUBNQN", shown, rendered);
-}
-
-TEST_F(LinuxHost, IdentifyNamespaceMatchesNvmeCli)
-{
-    const Section &s = section("krt-identify-ns");
-    EXPECT_EQ(s.status, 0) << s.text;
-    Fields k = labelled(s.text);
-    const json n = theirs("nvme-id-ns");
-    ASSERT_TRUE(n.is_object() && n.contains("lbafs"));
-    Report r("identify -c 0 -n 1  vs  nvme id-ns -n 1");
-    r.same("NSZE", trim(k["NSZE"]), hex(number(n["nsze"])));
-    r.same("NCAP", trim(k["NCAP"]), hex(number(n["ncap"])));
-    r.same("NUSE", trim(k["NUSE"]), hex(number(n["nuse"])));
-    r.same("NLBAF", trim(k["nlbaf"]), hex(number(n["nlbaf"])));
-    r.same("FLBAS", trim(k["flbas"]), hex(number(n["flbas"])));
-
-    // The formats: "[LBAF] i" then its MS, DS and RP lines.
-    std::istringstream lines(s.text);
-    std::vector<Fields> formats;
-    for (std::string line; std::getline(lines, line);) {
-        if (line.rfind("[LBAF]", 0) == 0)
-            formats.emplace_back();
-        else if (!formats.empty() && line.find(':') != std::string::npos)
-            formats.back()[trim(line.substr(0, line.find(':')))] = trim(line.substr(line.find(':') + 1));
-    }
-    const std::size_t expected = number(n["nlbaf"]) + 1;
-    r.same("LBA format count", std::to_string(formats.size()), std::to_string(expected));
-    for (std::size_t i = 0; i < formats.size() && i < n["lbafs"].size(); ++i) {
-        for (const char *field : {"MS", "DS", "RP"}) {
-            std::string key = field;
-            for (auto &c : key)
-                c = static_cast<char>(std::tolower(c));
-            r.same("LBAF" + std::to_string(i) + " " + field, formats[i][field], hex(number(n["lbafs"][i][key])));
+    const char *const docs[][3] = {
+        {"krt-identify-ctrl", "nvme-id-ctrl",
+         "vid ssvid sn mn fr oacs frmw lpa sqes cqes nn oncs tnvmcap_bytes=tnvmcap"},
+        {"krt-identify-ns", "nvme-id-ns", "nsze ncap nuse nlbaf flbas"},
+        {"krt-smart", "nvme-smart",
+         "critical_warning available_spare_percent=avail_spare available_spare_threshold_percent=spare_thresh "
+         "percentage_used_percent=percent_used"},
+    };
+    for (const auto &[oursName, theirsName, keys] : docs) {
+        json ours = doc(oursName), theirs = doc(theirsName);
+        std::printf("\n%s  vs  %s\n", oursName, theirsName);
+        for (const std::string &key : words(keys)) {
+            const std::size_t equals = key.find('=');
+            same(key, shown(ours[key.substr(0, equals)]),
+                 shown(theirs[equals == std::string::npos ? key : key.substr(equals + 1)]));
         }
     }
-}
 
-TEST_F(LinuxHost, SmartLogMatchesNvmeCli)
-{
-    Fields k = ours("krt-smart");
-    const json n = theirs("nvme-smart");
-    ASSERT_TRUE(n.is_object() && n.contains("temperature"));
-    Report r("smart -o hba  vs  nvme smart-log");
-    char warning[8];
-    std::snprintf(warning, sizeof warning, "0x%02llx", number(n["critical_warning"]));
-    r.same("Critical Warning", trim(k["Critical Warning"]), warning);
-    r.same("Temperature", trim(k["Composite Temperature"]),
-           std::to_string(static_cast<long long>(number(n["temperature"])) - 273) + " Celsius");
-    r.same("Available Spare", trim(k["Available Spare"]), std::to_string(number(n["avail_spare"])) + "%");
-    r.same("Spare Threshold", trim(k["Available Spare Threshold"]), std::to_string(number(n["spare_thresh"])) + "%");
-    r.same("Percentage Used", trim(k["Percentage Used"]), std::to_string(number(n["percent_used"])) + "%");
-    // The controller's own display stops at the wear figures; the counters
-    // are listed for the record.
-    for (const char *key : {"data_units_read", "data_units_written", "host_read_commands", "host_write_commands",
-                            "power_cycles", "power_on_hours", "unsafe_shutdowns"}) {
-        EXPECT_EQ(k.count(key), 0u);
-        r.note(key, "nvme=" + std::to_string(number(n[key])) + " (not part of 'smart -o hba')");
+    // The SUBNQN: the first 60 characters blank-padded, then the 61st byte as a number.
+    json ctrl = doc("nvme-id-ctrl");
+    std::string subnqn = ctrl["subnqn"].is_string() ? ctrl["subnqn"].get<std::string>() : "";
+    subnqn.resize(256, '\0');
+    std::replace(subnqn.begin(), subnqn.begin() + 60, '\0', ' ');
+    same("subnqn", shown(doc("krt-identify-ctrl")["subnqn"]),
+         subnqn.substr(0, 60) + std::to_string(static_cast<unsigned char>(subnqn[60])));
+    json ns = doc("krt-identify-ns"), theirNs = doc("nvme-id-ns");
+    same("lba format count", std::to_string(ns["lba_formats"].size()), std::to_string(number(theirNs["nlbaf"]) + 1));
+    for (std::size_t i = 0; i < ns["lba_formats"].size() && i < theirNs["lbafs"].size(); ++i) {
+        for (const char *key : {"ms", "ds", "rp"})
+            same("lbaf" + std::to_string(i) + " " + key, shown(ns["lba_formats"][i][key]),
+                 shown(theirNs["lbafs"][i][key]));
     }
-}
-
-TEST_F(LinuxHost, FirmwareSlotsMatchNvmeCli)
-{
-    Fields k = ours("krt-firmware");
-    const json ctrl = theirs("nvme-id-ctrl");
-    const json log = theirs("nvme-fw-log");
-    ASSERT_TRUE(ctrl.contains("frmw") && log.is_object() && !log.empty());
-    Report r("flash -o hba -q firmware  vs  nvme fw-log / id-ctrl");
-    r.same("Slot count", trim(k["Slot count"]), std::to_string((number(ctrl["frmw"]) >> 1) & 7));
-    // "Active Slot: 1, Next Active Slot: 0" is one line.
-    std::string active = k["Active Slot"];
-    active = trim(active.substr(0, active.find(',')));
-    const json &slots = log.begin().value();
-    ASSERT_TRUE(slots.contains("Active Firmware Slot (afi)")) << log.dump();
-    r.same("Active Slot", active, std::to_string(number(slots["Active Firmware Slot (afi)"]) & 7));
+    same("temperature", shown(doc("krt-smart")["composite_temperature_celsius"]),
+         std::to_string(number(doc("nvme-smart")["temperature"]) - 273));
+    json firmware = doc("krt-firmware");
+    same("slot_count", shown(firmware["slot_count"]), std::to_string((number(ctrl["frmw"]) >> 1) & 7));
+    same("active_slot", shown(firmware["active_slot"]),
+         std::to_string(number(doc("nvme-fw-log")["Active Firmware Slot (afi)"]) & 7));
 }
 
 // --capture on another maker's controller asks only the standard requests,
 // ends cleanly and writes what they gave.
 TEST_F(LinuxHost, CaptureHoldsWhatTheStandardRequestsGave)
 {
-    const Section &run = section("krt-capture");
-    EXPECT_EQ(run.status, 0) << run.text;
-    EXPECT_NE(run.text.find("another maker's controller: the standard requests only"), std::string::npos) << run.text;
-    const Section &file = section("krt-capture-file");
-    const json doc = json::parse(file.text, nullptr, false);
-    ASSERT_FALSE(doc.is_discarded()) << file.text;
-    EXPECT_EQ(doc["machine_format"], json::array({1, 0}));
-    EXPECT_TRUE(doc["notes"].empty()) << doc["notes"].dump();
-    ASSERT_EQ(doc["adapters"].size(), 1u);
-    const json &a = doc["adapters"][0];
-    const json ctrl = theirs("nvme-id-ctrl"), ns = theirs("nvme-id-ns"), smart = theirs("nvme-smart");
-    const json fw = theirs("nvme-fw-log");
-    Report r("--capture  vs  nvme id-ctrl / id-ns / smart-log / fw-log");
-    r.same("vid", hex(number(a["vid"])), hex(number(ctrl["vid"])));
-    for (const char *field : {"sn", "mn", "fr"}) {
-        const char *key = field[0] == 's' ? "serial" : field[0] == 'm' ? "model" : "fr";
-        r.same(key, a[key].is_string() ? a[key].get<std::string>() : a[key].dump(),
-               trim(ctrl[field].get<std::string>()));
-    }
-    r.same("frmw", std::to_string(number(a["frmw"])), std::to_string(number(ctrl["frmw"])));
-    // The raw Identify data starts with the VID, little-endian.
-    const std::string raw = a["identify_hex"].get<std::string>();
-    ASSERT_GE(raw.size(), 4u);
-    r.same("identify_hex VID",
-           hex(std::stoul(raw.substr(0, 2), nullptr, 16) | std::stoul(raw.substr(2, 2), nullptr, 16) << 8),
-           hex(number(ctrl["vid"])));
+    EXPECT_NE(section("krt-capture").text.find("another maker's controller: the standard requests only"),
+              std::string::npos);
+    json file = doc("krt-capture-file");
+    EXPECT_EQ(file["machine_format"], json::array({1, 0}));
+    EXPECT_TRUE(file["notes"].empty()) << file["notes"].dump();
+    ASSERT_EQ(file["adapters"].size(), 1u);
+    json a = file["adapters"][0], ctrl = doc("nvme-id-ctrl"), smart = doc("nvme-smart");
     ASSERT_EQ(a["namespaces"].size(), 1u) << a.dump();
-    r.same("namespace 1 sectors", std::to_string(number(a["namespaces"][0]["sectors"])),
-           std::to_string(number(ns["nsze"])));
-    r.same("temperature", std::to_string(number(a["smart"]["temperature"])),
-           std::to_string(number(smart["temperature"])));
-    r.same("available_spare", std::to_string(number(a["smart"]["available_spare"])),
-           std::to_string(number(smart["avail_spare"])));
-    const json &slots = fw.begin().value();
-    r.same("fw_active", std::to_string(number(a["fw_active"])),
-           std::to_string(number(slots["Active Firmware Slot (afi)"]) & 7));
     EXPECT_FALSE(a.contains("pds") || a.contains("vds") || a.contains("event_ring")) << a.dump();
+    std::printf("\n--capture  vs  nvme id-ctrl / id-ns / smart-log / fw-log\n");
+    // The raw Identify data starts with the VID, little-endian.
+    const std::string raw = a["identify_hex"].get<std::string>() + "0000";
+    same("identify_hex vid", std::to_string(std::stoul(raw.substr(2, 2) + raw.substr(0, 2), nullptr, 16)),
+         shown(ctrl["vid"]));
+    const std::tuple<const char *, json, json> fields[] = {
+        {"vid", a["vid"], ctrl["vid"]},
+        {"serial", a["serial"], ctrl["sn"]},
+        {"model", a["model"], ctrl["mn"]},
+        {"fr", a["fr"], ctrl["fr"]},
+        {"frmw", a["frmw"], ctrl["frmw"]},
+        {"namespace 1 sectors", a["namespaces"][0]["sectors"], doc("nvme-id-ns")["nsze"]},
+        {"temperature", a["smart"]["temperature"], smart["temperature"]},
+        {"available_spare", a["smart"]["available_spare"], smart["avail_spare"]},
+    };
+    for (const auto &[field, ours, theirs] : fields)
+        same(field, shown(ours), shown(theirs));
+    same("fw_active", shown(a["fw_active"]),
+         std::to_string(number(doc("nvme-fw-log")["Active Firmware Slot (afi)"]) & 7));
 }
 
 TEST_F(LinuxHost, RequestsTheControllerRefusesAreReportedNotCrashedOn)
 {
-    Report r("controller requests QEMU does not know");
-    const Section &info = section("krt-info");
-    EXPECT_LT(info.status, 128) << info.text;
-    EXPECT_NE(info.text.find("Invalid Command Opcode (Status Code: 0x1)"), std::string::npos) << info.text;
-    r.note("info -o hba",
-           "status " + std::to_string(info.status) + ": " + trim(info.text.substr(0, info.text.find('\n'))));
-    const Section &vendor = section("krt-vendor");
-    EXPECT_LT(vendor.status, 128) << vendor.text;
-    EXPECT_NE(vendor.text.find("Invalid Command Opcode (Status Code: 0x1)"), std::string::npos) << vendor.text;
-    r.note("smart -o ns -n 1",
-           "status " + std::to_string(vendor.status) + ": " + trim(vendor.text.substr(0, vendor.text.find('\n'))));
-}
-
-double median(std::vector<long> v)
-{
-    std::sort(v.begin(), v.end());
-    const std::size_t n = v.size();
-    return n == 0 ? 0.0 : n % 2 == 1 ? static_cast<double>(v[n / 2]) : (v[n / 2 - 1] + v[n / 2]) / 2.0;
+    std::printf("\ncontroller requests QEMU does not know\n");
+    for (const char *name : {"krt-info", "krt-vendor"}) {
+        const Section &s = section(name, false);
+        EXPECT_NE(s.text.find("Invalid Command Opcode (Status Code: 0x1)"), std::string::npos) << s.text;
+        std::printf("  %-22s status %d: %s\n", name, s.status, trim(s.text.substr(0, s.text.find('\n'))).c_str());
+    }
 }
 
 // Printed for the record, never judged: the guest runs under emulation on
 // a shared machine.
 TEST_F(LinuxHost, TimingsAgainstNvmeCli)
 {
-    const auto &blocks = guest().blocks;
-    const struct {
-        const char *request, *ours, *theirs;
-    } rows[] = {
-        {"identify controller", "krt-identify", "nvme-identify"},
-        {"SMART log", "krt-smart", "nvme-smart"},
-        {"version", "krt-version", "nvme-version"},
-    };
-    for (const auto &row : rows) {
-        for (const char *name : {row.ours, row.theirs}) {
-            ASSERT_EQ(blocks.count(name), 1u) << name;
-            EXPECT_EQ(blocks.at(name).size(), 8u) << name;
-        }
-    }
     std::printf(
         "\nTimings in the guest (TCG): milliseconds per whole process, median of 8 blocks of ten runs,\n"
-        "the two tools in turn:\n");
-    std::printf("  %-20s %8s %8s %7s\n", "request", "krt_cli", "nvme", "ratio");
-    for (const auto &row : rows) {
-        const double ours = median(blocks.at(row.ours)), theirs = median(blocks.at(row.theirs));
-        std::printf("  %-20s %8.1f %8.1f %7.2f\n", row.request, ours, theirs, theirs > 0 ? ours / theirs : 0.0);
+        "the two tools in turn:\n  %-20s %8s %8s %7s\n",
+        "request", "krt_cli", "nvme", "ratio");
+    const auto median = [&](const char *name) {
+        std::vector<long> v = guest().blocks.count(name) != 0 ? guest().blocks.at(name) : std::vector<long>{};
+        EXPECT_EQ(v.size(), 8u) << name;
+        std::sort(v.begin(), v.end());
+        return v.empty() ? 0.0 : (v[(v.size() - 1) / 2] + v[v.size() / 2]) / 2.0;
+    };
+    for (const char *request : {"identify", "smart", "version"}) {
+        const double ours = median(("krt-" + std::string(request)).c_str());
+        const double theirs = median(("nvme-" + std::string(request)).c_str());
+        std::printf("  %-20s %8.1f %8.1f %7.2f\n", request, ours, theirs, theirs > 0 ? ours / theirs : 0.0);
     }
-    if (blocks.count("true") != 0)
-        std::printf("  (/bin/true: %.1f)\n", median(blocks.at("true")));
+    std::printf("  (/bin/true: %.1f)\n", median("true"));
 }
 
 }  // namespace

@@ -119,7 +119,8 @@ class Terminal {
     std::size_t position_ = 0;
 };
 
-TEST(ShellTerminal, PromptLineEditingAndTheExitWords)
+// Each step's keys, then what the shell shows for them up to the next prompt.
+TEST(ShellTerminal, PromptLineEditingCompletionAndTheExitWords)
 {
     krt_test::SimMachine machine("raid");
     Terminal t(machine);
@@ -128,15 +129,24 @@ TEST(ShellTerminal, PromptLineEditingAndTheExitWords)
         const char *keys;
         const char *shown;
     } steps[] = {
-        {"\r", "Type 'exit' to exit CLI.\r\n"},
-        {"\"unbalanced\r", "Invalid quoted string.\r\n"},
-        {"recallme\r", "Invalid command 'recallme'!\r\n"},
-        {"\x1b[A\r", "Invalid command 'recallme'!\r\n"},  // the up arrow recalls the line
-        {"\x04", ""},                                     // Ctrl-D: only the prompt again
-        {"version\r", "Support Firmware Version: 1.0.x.1039 above\r\n"},
+        {"\r", "Type 'exit' to exit CLI.\r\n> "},
+        {"\"unbalanced\r", "Invalid quoted string.\r\n> "},
+        {"recallme\r", "Invalid command 'recallme'!\r\n> "},
+        {"\x1b[A\r", "Invalid command 'recallme'!\r\n> "},  // the up arrow recalls the line
+        {"\x04", "> "},                                     // Ctrl-D: only the prompt again
+        // Tab offers public command names, the options of the command typed
+        // (never a long name only its help mentions), and command names
+        // again after help.
+        {"ver\t\r", "Support Firmware Version: 1.0.x.1039 above\r\n> "},
+        {"init -\t", "\r\n--action  --help  --vd_id  -a  -h  -i\r\n"},
+        {"-v\t9\r", "Invalid LD ID (Status Code: 0x707)\r\ncmd failed.\r\n> "},
+        {"info --ob\thba\r", "Total # of HBA:"},
+        {"help v\t", "\r\nvd  version  vpd  vpdread\r\n"},
+        {"pdr\t\r", "Description"},
+        {"ge\t\r", "Description"},  // not the hidden gen: get alone shows its help
     };
     for (const auto &s : steps)
-        EXPECT_TRUE(t.say(s.keys, std::string(s.shown) + "> ")) << testing::PrintToString(s.keys) << t.output;
+        EXPECT_TRUE(t.say(s.keys, s.shown)) << testing::PrintToString(s.keys) << t.output;
     t.say("EXIT\r", "");
     EXPECT_EQ(t.exitStatus(), 0) << t.output;
 
@@ -190,32 +200,6 @@ TEST(ShellTerminal, AShrinkingWindowCutsTheLineToFit)
     const std::size_t start = t.output.rfind("Invalid command '");
     ASSERT_NE(start, std::string::npos);
     EXPECT_LT(t.output.find("'!", start) - start - 17 + 2, std::size_t{11 * 40}) << t.output.substr(start);
-}
-
-// Tab offers what the handlers accept: public command names, the options of
-// the command typed (never a long name only its help mentions), and command
-// names again after help.
-TEST(ShellTerminal, TabCompletesCommandNamesAndOptions)
-{
-    krt_test::SimMachine machine("raid");
-    Terminal t(machine);
-    ASSERT_TRUE(t.say("", "> ")) << t.output;
-    const struct {
-        const char *keys;
-        const char *shown;
-    } steps[] = {
-        {"ver\t\r", "Support Firmware Version: 1.0.x.1039 above\r\n> "},
-        {"init -\t", "\r\n--action  --help  --vd_id  -a  -h  -i\r\n"},
-        {"-v\t9\r", "Invalid LD ID (Status Code: 0x707)\r\ncmd failed.\r\n> "},
-        {"info --ob\thba\r", "Total # of HBA:"},
-        {"help v\t", "\r\nvd  version  vpd  vpdread\r\n"},
-        {"pdr\t\r", "Description"},
-        {"ge\t\r", "Description"},  // not the hidden gen: get alone shows its help
-    };
-    for (const auto &s : steps)
-        EXPECT_TRUE(t.say(s.keys, s.shown)) << testing::PrintToString(s.keys) << t.output;
-    t.say("exit\r", "");
-    EXPECT_EQ(t.exitStatus(), 0) << t.output;
 }
 
 TEST(ShellTerminal, CtrlCAbandonsTheLineButEndsARunningCommand)

@@ -78,30 +78,26 @@ TEST(SimState, MissingStaleAndForeignFiles)
     EXPECT_EQ(m.run("pace").out, "0\n") << "the test machine takes images at once";
 }
 
+// A paused activity stays; a running one moves only with the clock, not
+// while it is frozen, and a finished one leaves its VD idle.
 TEST(SimClock, ActivitiesAdvanceOnlyWithTheClock)
 {
     LibMachine m("degraded");  // VD 0 rebuild paused at 40; VD 1 init running at 10, 6 s per percent
-    auto activity = [&](KRT_U32 vd) { return record<_NVME_BGA_STATUS>(m.query(krt_cdw12(0xE3, 2, 0), vd)); };
-    auto vdStatus = [&](KRT_U32 vd) { return m.query(krt_cdw12(0xE2, 0, 0), vd)[8 + 2]; };
-    EXPECT_EQ(activity(1).Percentage, 10);
-    EXPECT_EQ(m.run("clock advance 60").status, 0);
-    auto init = activity(1);
-    EXPECT_EQ(init.Percentage, 20);
-    EXPECT_EQ(init.BgaStatus, KRT_NVME_BGA_STATUS_RUNNING);
-    EXPECT_EQ(init.BgaType, KRT_BGA_INIT);
-    EXPECT_EQ(activity(0).Percentage, 40) << "a paused activity stays";
-    EXPECT_EQ(vdStatus(1), KRT_VD_INITIALIZATION);
-
-    // Frozen, nothing moves however long we wait between queries.
-    EXPECT_EQ(m.run("clock freeze").status, 0);
-    EXPECT_EQ(activity(1).Percentage, 20);
-
-    EXPECT_EQ(m.run("clock advance 3600").status, 0);
-    init = activity(1);
-    EXPECT_EQ(init.BgaStatus, KRT_NVME_BGA_STATUS_NONE);
-    EXPECT_EQ(init.BgaType, 0) << "a finished activity leaves the VD idle";
-    EXPECT_EQ(vdStatus(1), KRT_VD_FUNCTIONAL);
-
+    const auto state = [&](KRT_U32 vd) {
+        const auto bga = record<_NVME_BGA_STATUS>(m.query(krt_cdw12(0xE3, 2, 0), vd));
+        return std::vector<int>{bga.Percentage, bga.BgaStatus, bga.BgaType, m.query(krt_cdw12(0xE2, 0, 0), vd)[8 + 2]};
+    };
+    const std::vector<int> running = {20, KRT_NVME_BGA_STATUS_RUNNING, KRT_BGA_INIT, KRT_VD_INITIALIZATION};
+    EXPECT_EQ(state(1)[0], 10);
+    ASSERT_EQ(m.run("clock advance 60").status, 0);
+    EXPECT_EQ(state(1), running);
+    EXPECT_EQ(state(0)[0], 40);
+    ASSERT_EQ(m.run("clock freeze").status, 0);
+    EXPECT_EQ(state(1), running);
+    ASSERT_EQ(m.run("clock advance 3600").status, 0);
+    const std::vector<int> finished = state(1);
+    EXPECT_EQ(std::vector<int>(finished.begin() + 1, finished.end()),
+              (std::vector<int>{KRT_NVME_BGA_STATUS_NONE, 0, KRT_VD_FUNCTIONAL}));
     EXPECT_EQ(m.run("clock run").status, 0);
     EXPECT_TRUE(krt_test::has(m.run("show").out, "clock: running"));
 }

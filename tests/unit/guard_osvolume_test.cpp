@@ -38,50 +38,55 @@ void bootBank(const TempTree &t, const std::string &volume)
     t.symlink("/vmfs/volumes/" + volume, "bootbank");
 }
 
-TEST(OsVolumeFind, LinuxRootOnAnNvmePartitionDirectOrMapped)
+std::string hex(const KRT_U8 *bytes, std::size_t size)
 {
-    TempTree direct, mapped;
-    linuxHost(direct);
-    linuxHost(mapped, "253:0");
-    mapped.symlink("../../../../" + kPci + "/nvme0n1/nvme0n1p2", "sys/devices/virtual/block/dm-0/slaves/nvme0n1p2");
-    mapped.symlink("../../devices/virtual/block/dm-0", "sys/dev/block/253:0");
-    for (const TempTree *t : {&direct, &mapped}) {
-        const auto found = os_vol_find(t->path());
-        ASSERT_EQ(found.size(), 1u);
-        const OsVolume &v = found[0];
-        EXPECT_EQ(v.bdf + " " + std::to_string(v.nsid), "3a:00.00 1");
-        EXPECT_TRUE(v.hasEui64 && v.hasNguid);
-        EXPECT_EQ(Bytes(v.eui64, v.eui64 + 8), kEui);
-        EXPECT_EQ((Bytes{v.nguid[0], v.nguid[15]}), (Bytes{0x64, 0xCD}));
+    std::string text;
+    for (std::size_t i = 0; i < size; ++i) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02x", bytes[i]);
+        text += digits;
     }
+    return text;
 }
 
-TEST(OsVolumeFind, HypervisorBootBankOnAnEuiDevice)
+// What each host says of its boot volume: PCI address and namespace, and
+// its EUI64 and NGUID when it has them.
+TEST(OsVolumeFind, EachKindOfHost)
 {
-    TempTree t;
-    bootBank(t, "eui.0025385b71b01234:5");
-    const auto found = os_vol_find(t.path());
-    ASSERT_EQ(found.size(), 1u);
-    EXPECT_TRUE(found[0].bdf.empty() && found[0].hasEui64);
-    EXPECT_EQ(Bytes(found[0].eui64, found[0].eui64 + 8), kEui);
-}
-
-TEST(OsVolumeFind, NothingWhenTheRootIsNotOnNvme)
-{
-    const std::function<void(const TempTree &)> hosts[] = {
-        [](const TempTree &) {},
-        [](const TempTree &t) {
-            const std::string sda = "devices/pci0000:00/0000:00:17.0/ata1/host0/block/sda/sda1";
-            t.write("proc/self/mountinfo", "25 1 8:1 / / rw - ext4 /dev/sda1 rw\n");
-            t.write("sys/" + sda + "/partition", "1\n");
-            t.symlink("../../" + sda, "sys/dev/block/8:1");
-        },
-        [](const TempTree &t) { bootBank(t, "5f1e2d3c-aaaa"); },
+    const struct {
+        std::function<void(const TempTree &)> host;
+        std::string found;
+    } cases[] = {
+        {[](const TempTree &t) { linuxHost(t); },
+         "3a:00.00 1 eui 0025385b71b01234 nguid 6479a7530b6f4e8d9f0000000000abcd"},
+        {[](const TempTree &t) {
+             linuxHost(t, "253:0");
+             t.symlink("../../../../" + kPci + "/nvme0n1/nvme0n1p2", "sys/devices/virtual/block/dm-0/slaves/nvme0n1p2");
+             t.symlink("../../devices/virtual/block/dm-0", "sys/dev/block/253:0");
+         },
+         "3a:00.00 1 eui 0025385b71b01234 nguid 6479a7530b6f4e8d9f0000000000abcd"},
+        {[](const TempTree &t) { bootBank(t, "eui.0025385b71b01234:5"); }, " 0 eui 0025385b71b01234"},
+        // Nothing when the system disk is not an NVMe namespace.
+        {[](const TempTree &) {}, ""},
+        {[](const TempTree &t) {
+             const std::string sda = "devices/pci0000:00/0000:00:17.0/ata1/host0/block/sda/sda1";
+             t.write("proc/self/mountinfo", "25 1 8:1 / / rw - ext4 /dev/sda1 rw\n");
+             t.write("sys/" + sda + "/partition", "1\n");
+             t.symlink("../../" + sda, "sys/dev/block/8:1");
+         },
+         ""},
+        {[](const TempTree &t) { bootBank(t, "5f1e2d3c-aaaa"); }, ""},
     };
-    for (const auto &host : hosts) {
+    for (const auto &c : cases) {
         TempTree t;
-        host(t);
-        EXPECT_TRUE(os_vol_find(t.path()).empty()) << &host - hosts;
+        c.host(t);
+        std::string found;
+        for (const OsVolume &v : os_vol_find(t.path())) {
+            found += v.bdf + " " + std::to_string(v.nsid);
+            found += v.hasEui64 ? " eui " + hex(v.eui64, 8) : "";
+            found += v.hasNguid ? " nguid " + hex(v.nguid, 16) : "";
+        }
+        EXPECT_EQ(found, c.found) << &c - cases;
     }
 }
 
@@ -102,7 +107,22 @@ class Guard : public ::testing::Test {
         sysdisk_final();
         GetDeviceManagementInstance()->Final();
     }
-    fake::Page &reply() { return fake::driver().adapters[0].pairReply; }
+    fake::Adapter &adapter() { return fake::driver().adapters[0]; }
+    // Namespace nsid (valid) in the namespace list of a VD.
+    void namespaceOfTheVd(KRT_U32 nsid)
+    {
+        _NVME_NS_Info ns{};
+        ns.NSID = nsid;
+        ns.device_type = 1;
+        ns.Status = KRT_NS_VALID;
+        fake::answer(adapter().pairReply, ns);
+    }
+    // Identify data: that many namespaces, each with the volume's EUI64.
+    void euiOnNamespaces(KRT_U8 namespaces)
+    {
+        adapter().identify[516] = namespaces;
+        std::memcpy(&adapter().identify[120], kEui.data(), kEui.size());
+    }
 
     fake::Installed installed;
 };
@@ -116,75 +136,50 @@ TEST_F(Guard, VdHoldingTheOsVolume)
     EXPECT_TRUE(os_vol_on_namespace(0, 1));
     EXPECT_FALSE(os_vol_on_namespace(0, 2));
 
-    _NVME_NS_Info ns{};  // namespace 1 (valid) belongs to VD 0
-    ns.NSID = 1;
-    ns.device_type = 1;
-    ns.Status = KRT_NS_VALID;
-    fake::answer(reply(), ns);
+    namespaceOfTheVd(1);
     EXPECT_EQ(KRT_VD_Has_OS(0, 0, 32), 256);
     const auto pairs = fake::sent(203);
     ASSERT_EQ(pairs.size(), 1u);
     EXPECT_EQ(pairs[0].io.cmd[12], 0x100E5u) << "sub-command 1 of the namespace class";
     EXPECT_EQ(pairs[0].sent[12], 0) << "the VD ID travels as the third word";
-    ns.NSID = 2;
-    fake::answer(reply(), ns);
+    namespaceOfTheVd(2);
     EXPECT_EQ(KRT_VD_Has_OS(0, 0, 32), 0);
     EXPECT_EQ(KRT_VD_Has_OS(0, 0, 255), 0) << "an overlong MaxNS is bounded by one reply";
-}
 
-TEST_F(Guard, NoOsVolumeOnTheControllerAsksNothing)
-{
-    TempTree none, other;
+    // The system disk on another PCI function: its identifiers are not
+    // looked for on this controller.
+    fake::driver().requests.clear();
+    GetDeviceManagementInstance()->getDevice(0)->bus_dev_fun[1] = 'b';
+    os_vol_scan(t.path().c_str());
+    EXPECT_FALSE(os_vol_on_namespace(0, 1));
+    TempTree none;
     os_vol_scan(none.path().c_str());
     EXPECT_EQ(KRT_VD_Has_OS(0, 0, 32), 0);
-    // The system disk sits on another PCI function: its identifiers are not
-    // looked for on this controller.
-    linuxHost(other);
-    GetDeviceManagementInstance()->getDevice(0)->bus_dev_fun[1] = 'b';
-    os_vol_scan(other.path().c_str());
-    EXPECT_FALSE(os_vol_on_namespace(0, 1));
     EXPECT_TRUE(fake::driver().requests.empty());
 }
 
-TEST_F(Guard, IdentifierMatchProbesNamespaces)
+// An identifier match probes every namespace (both answer with the same
+// page here: both match). Start-up only notes the scan; the first question
+// runs it, once, and the answer is the one an immediate scan gives.
+TEST_F(Guard, ScanOnDemandProbesTheNamespacesAtTheFirstQuestion)
 {
     TempTree t;
     bootBank(t, "eui.0025385b71b01234");
-    fake::Adapter &a = fake::driver().adapters[0];
-    a.identify[516] = 2;  // two namespaces, both answering with the same page: both match
-    std::memcpy(&a.identify[120], kEui.data(), kEui.size());
-    os_vol_scan(t.path().c_str());
-    EXPECT_TRUE(os_vol_on_namespace(0, 1));
-    EXPECT_TRUE(os_vol_on_namespace(0, 2));
-    EXPECT_FALSE(os_vol_on_namespace(1, 1));
-    EXPECT_EQ(fake::sent(6).size(), 3u);
-}
-
-// Start-up only notes the scan; the first question runs it, once, and the
-// answer is the one an immediate scan gives.
-TEST_F(Guard, ScanOnDemandRunsAtTheFirstQuestion)
-{
-    TempTree t;
-    bootBank(t, "eui.0025385b71b01234");
-    fake::Adapter &a = fake::driver().adapters[0];
-    a.identify[516] = 1;
-    std::memcpy(&a.identify[120], kEui.data(), kEui.size());
+    euiOnNamespaces(2);
+    namespaceOfTheVd(1);
     const std::function<bool()> askers[] = {
         [] { return os_vol_on_namespace(0, 1); },
         [] { return KRT_VD_Has_OS(0, 0, 32) == KRT_VD_HAS_OS; },
     };
-    _NVME_NS_Info ns{};
-    ns.NSID = 1;
-    ns.Status = KRT_NS_VALID;
-    fake::answer(reply(), ns);
     for (const auto &ask : askers) {
         fake::driver().requests.clear();
         os_vol_scan_on_demand(t.path().c_str());
         EXPECT_TRUE(fake::sent(6).empty()) << "nothing is asked of the controller before the question";
         EXPECT_TRUE(ask());
-        EXPECT_EQ(fake::sent(6).size(), 2u) << "the scan's Identify requests, at the question";
         EXPECT_TRUE(ask());
-        EXPECT_EQ(fake::sent(6).size(), 2u) << "the scan runs once";
+        EXPECT_TRUE(os_vol_on_namespace(0, 2));
+        EXPECT_FALSE(os_vol_on_namespace(1, 1));
+        EXPECT_EQ(fake::sent(6).size(), 3u) << "the scan's Identify requests, once, at the question";
         sysdisk_final();
         EXPECT_FALSE(os_vol_on_namespace(0, 1)) << "a pending scan is dropped at the end";
     }
@@ -197,8 +192,8 @@ TEST_F(Guard, HooksAttachAndDetachTheOnlyVd)
     _NVME_VD_Info vd{};
     vd.NSIDs[0] = 3;
     vd.NSIDs[1] = 5;
-    fake::answer(reply(), head);
-    fake::answer(reply(), vd, sizeof head);
+    fake::answer(adapter().pairReply, head);
+    fake::answer(adapter().pairReply, vd, sizeof head);
     // Namespace word, attach (0) or detach (1), and the first bytes of the
     // controller list (one controller: ours) of each request.
     const auto requests = [] {
@@ -214,12 +209,11 @@ TEST_F(Guard, HooksAttachAndDetachTheOnlyVd)
     EXPECT_EQ(before_delete_vd(0, 0), 0);
     EXPECT_EQ(requests(), (std::vector<Bytes>{{3, 1, 1, 0x21, 0x43, 16}, {5, 1, 1, 0x21, 0x43, 16}}));
 
-    fake::driver().requests.clear();
     head.numReturned = 2;
-    fake::answer(reply(), head);
+    fake::answer(adapter().pairReply, head);
     EXPECT_EQ(after_create_vd(0), 0);
     EXPECT_EQ(before_delete_vd(0, 1), 0);
-    EXPECT_TRUE(fake::sent(NVME_ADMIN_NS_ATTACH).empty()) << "only with exactly one VD";
+    EXPECT_TRUE(requests().empty()) << "only with exactly one VD";
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <mutex>
 
 #include "device/device_management.h"
 
@@ -9,12 +10,16 @@ namespace fake {
 
 namespace {
 
+// The flash worker sends from a thread of its own.
+std::mutex gCalls;
+
 struct Handle {
     int adapter;  // -1: the global signature
 };
 
 int fakeInit(vmk_MgmtApiSignature *sig, KRT_U64, vmk_MgmtUserHandle *handle)
 {
+    const std::lock_guard<std::mutex> hold(gCalls);
     Driver &d = driver();
     const std::string name(sig->name.string, strnlen(sig->name.string, sizeof sig->name.string));
     int found = name == NVME_MGMT_NAME ? -1 : -2;
@@ -31,6 +36,7 @@ int fakeInit(vmk_MgmtApiSignature *sig, KRT_U64, vmk_MgmtUserHandle *handle)
 
 int fakeDestroy(vmk_MgmtUserHandle handle)
 {
+    const std::lock_guard<std::mutex> hold(gCalls);
     delete static_cast<Handle *>(handle);
     --driver().openHandles;
     return 0;
@@ -43,6 +49,8 @@ int passthru(Adapter &a, usr_io *io)
     if (io->direction == XFER_TO_DEV && data != nullptr)
         r.sent.assign(data, data + io->length);
     driver().requests.push_back(r);
+    if (driver().answer)
+        return driver().answer(a, *io);
     io->comp[3] = a.completionDw3;
     io->status = a.driverStatus;
     if (a.completionDw3 != 0 || a.driverStatus != 0 || io->direction != XFER_FROM_DEV || data == nullptr)
@@ -59,6 +67,7 @@ int passthru(Adapter &a, usr_io *io)
 
 int fakeInvoke(vmk_MgmtUserHandle handle, KRT_U64, KRT_U64 callbackId, KRT_U32 argCount, ...)
 {
+    const std::lock_guard<std::mutex> hold(gCalls);
     Driver &d = driver();
     va_list args;
     va_start(args, argCount);

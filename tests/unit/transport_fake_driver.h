@@ -1,10 +1,12 @@
 // An in-process stand-in for the platform library and the NVMe driver
 // behind it, installed through the platform binding's entry-point seam.
-// Tests describe adapters, then read back every request the tool made.
+// Tests describe adapters, then read back every request the tool made; the
+// fuzz targets answer each request from their input instead.
 #pragma once
 
 #include <array>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -38,6 +40,9 @@ struct Driver {
     KRT_U32 listCount = ~0u;  // count reported instead of the real one
     std::vector<Request> requests;
     int openHandles = 0;
+    // When set, answers every request in place of the adapter's pages and
+    // statuses; its result is the driver call's.
+    std::function<int(Adapter &, usr_io &)> answer;
 };
 
 Driver &driver();
