@@ -14,20 +14,14 @@ TEST(Vd, DebugShowsTheWordsOfEachRequest)
 {
     const krt_test::SimMachine m("raid");
     const std::string out = m.shell(
-        "--debug\nvd -a create -r 1 -d 6,7 -b 256 -n 1\nrebuild -i 1 -d 6\nmp -a stop -i 0\n"
-        "ns -a create -i 6 -c 1 -l 1\nns -a share -i 3 -s no -c 1\n");
-    EXPECT_EQ(
-        out.substr(out.find("Set debug")),
-        "Set debug mode to enable\n"
-        "CDW[0] : 0x000000e2\nCDW[12]: 0x010103e2\nCDW[13]: 0x000000c0\nCDW[14]: 0x00000001\ncmd success\n"
-        "CDW[0] : 0x000000e2\nCDW[12]: 0x000007e3\nCDW[14]: 0x00060001\n"
-        "LD is functional (Status Code: 0x736)\ncmd failed.\n"
-        "CDW[0] : 0x000000e2\nCDW[12]: 0x000002e3\ncmd_status: 0x0\n"
-        // ns reads the host list, and for a create the PD, first.
-        "CDW[0] : 0x000000e2\nCDW[12]: 0x000000e5\ncmd_status: 0x0\n"
-        "CDW[0] : 0x000000e2\nCDW[12]: 0x000000e1\nCDW[14]: 0x00000006\ncmd_status: 0x0\n"
-        "CDW[0] : 0x000000e2\nCDW[12]: 0x010704e5\nCDW[13]: 0x00200000\nCDW[14]: 0x00000000\nCDW[15]: 0x00000000\n"
-        "Not supported (Status Code: 0x705)\n\nUnable to create NS\n"
-        "CDW[0] : 0x000000e2\nCDW[12]: 0x000000e5\ncmd_status: 0x0\n"
-        "CDW[0] : 0x000000e2\nCDW[12]: 0x000303e5\nCDW[14]: 0x00000100\n\nSet sharing NS successfully\n");
+        "--debug\nvd -a create -r 1 -d 6,7 -b 256 -n 1\nrebuild -i 1 -d 6\nmp -a stop -i 0\nns -a share -i 3 -s no -c "
+        "1\n");
+    EXPECT_EQ(out.substr(out.find("Set debug")),
+              "Set debug mode to enable\n"
+              "CDW[0] : 0x000000e2\nCDW[12]: 0x010103e2\nCDW[13]: 0x000000c0\nCDW[14]: 0x00000001\ncmd success\n"
+              "CDW[0] : 0x000000e2\nCDW[12]: 0x000007e3\nCDW[14]: 0x00060001\n"
+              "LD is functional (Status Code: 0x736)\ncmd failed.\n"
+              "CDW[0] : 0x000000e2\nCDW[12]: 0x000002e3\ncmd_status: 0x0\n"
+              "CDW[0] : 0x000000e2\nCDW[12]: 0x000000e5\ncmd_status: 0x0\n"
+              "CDW[0] : 0x000000e2\nCDW[12]: 0x000303e5\nCDW[14]: 0x00000100\n\nSet sharing NS successfully\n");
 }
