@@ -193,61 +193,10 @@ TEST(JsonOutput, EveryCommandGivesOneDocumentOfTheSchemaAndKeepsItsText)
         EXPECT_TRUE(has(records, "\"record\":\"" + kind + "\"")) << "no command showed a " << kind << " record";
 }
 
-TEST(JsonOutput, RecordsAreTypedAndSayWhatTheyDescribe)
+// What records say, failed requests, device texts and overlong replies.
+TEST(JsonOutput, Cases)
 {
-    SchemaCheck check;
-    const auto records = [&check](const char *machine, const std::string &line) {
-        std::istringstream in("--json " + line);
-        const Words words{std::istream_iterator<std::string>(in), {}};
-        const RunResult run = SimMachine(machine).cli(words);
-        check.add(run.out, machine + (" " + line));
-        return parseDocument(run.out, line)["records"];
-    };
-    // The fields a record has among others. degraded: a rebuild paused at
-    // 40 % beside a RAID6 with a lost member.
-    const struct {
-        const char *machine, *words;
-        int index;
-        const char *fields;
-    } cases[] = {
-        {"degraded", "info -o vd", 0,
-         R"({"pd_ids": [0, 1, 2, null], "status": "Degrade", "status_code": 1, "stripe_size_kib": 128,
-             "sector_size_bytes": 512})"},
-        {"degraded", "info -o vd", 1,
-         R"({"record": "background_activity", "vd_id": 0, "activity": "Rebuilding", "activity_code": 3,
-             "percent": 40, "state": "pause", "state_code": 2, "bga_progress": "Rebuilding is pause in 40%"})"},
-        {"multi", "adapter --list", 3, R"({"record": "summary", "total_of_hba": 3, "current_nvme_controller_id": 0})"},
-        {"multi", "2 adapter --list", 2, R"({"current": true})"},
-        // get -o hba over all controllers reads the addressed one each time, and says so.
-        {"multi", "get -o hba", 2, R"({"index": 0})"},
-        {"raid", "info -o hba", 0,
-         R"({"cache": "On", "support_stripe_size_kib": [128, 256, 512],
-             "supported_raid_mode": ["RAID0", "RAID1", "RAID5", "RAID6", "RAID10", "RAID50", "RAID60", "JBOD"]})"},
-        {"raid", "info -o pd -i 1", 0, R"({"model": "NVMe SSD 1920GB"})"},
-        {"raid", "smart -i 3", 0, R"({"pd_id": 3})"},
-        {"raid", "smart -o ns -n 2", 0, R"({"ns_id": 2})"},
-        {"raid", "smart -o hba", 0, R"({"subject": "controller"})"},
-        {"raid", "event -c 1", 1, R"({"record": "summary", "total_events": 1})"},
-    };
-    for (const auto &c : cases) {
-        const json record = records(c.machine, c.words)[c.index], fields = json::parse(c.fields);
-        for (const auto &[key, value] : fields.items())
-            EXPECT_EQ(record[key], value) << c.machine << " " << c.words << ": " << key;
-    }
-    const json vd = records("degraded", "info -o vd")[0], spi = records("raid", "spi -t read")[0];
-    EXPECT_EQ(vd["size_bytes"].get<std::uint64_t>() >> 30, vd["size_gb"].get<std::uint64_t>());
-    EXPECT_EQ(spi["data_hex"].get<std::string>().size(), 2 * spi["length_bytes"].get<std::size_t>());
-    EXPECT_TRUE(records("raid", "event -c 1")[0]["seq"].is_number());
-    // Every controller of a machine, named as info -o hba names it.
-    const json controllers = records("multi", "adapter --list"), full = records("multi", "info -o hba");
-    ASSERT_EQ(full.size(), 4u);
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(controllers[i]["index"], i);
-        EXPECT_EQ(controllers[i]["current"], i == 0);
-        EXPECT_EQ(controllers[i]["subnqn"].get<std::string>().rfind("nqn.", 0), 0u);
-        for (const auto &[key, value] : controllers[i].items())
-            EXPECT_EQ(full[i][key], value) << key;
-    }
+    krt_test::runCaseFile("json.cases");
 }
 
 // One document per typed line after the start-up's own; a line too long ends
@@ -279,49 +228,17 @@ TEST(JsonOutput, ShellLinesAndStartUpGiveTheirDocuments)
     EXPECT_EQ(missing["krt_cli"]["exit_status"], none.status);
 }
 
-TEST(JsonOutput, FailuresOutputFilesAndHostileDeviceTexts)
+// The -output file gets the document, with every line of the run.
+TEST(JsonOutput, OutputFileGetsTheDocument)
 {
-    SchemaCheck check;
     const SimMachine m("raid");
-    // A failed request: its status and the decoder's line.
-    ASSERT_EQ(m.krtsim({"fault", "add", "--opcode", "0x02", "--status", "0x0181"}).status, 0);
-    const RunResult plain = m.cli({"smart", "-o", "hba"}), run = m.cli({"smart", "--json", "-o", "hba"});
-    check.add(run.out, "failed");
-    const json failed = parseDocument(run.out, "failed");
-    const std::string line = failed["status"]["text"];
-    EXPECT_TRUE(has(plain.out, line + "\n")) << plain.out;
-    EXPECT_EQ(failed["result"], json({{"kind", "request_failed"}, {"message", line}, {"status", 0x181}}));
-
-    // The -output file gets the document, with every line of the run.
-    ASSERT_EQ(m.krtsim({"fault", "clear"}).status, 0);
     EXPECT_EQ(m.cli({"event", "-c", "2", "-output", "out.json", "--json"}).out, "");
     const std::string written = krt_test::readFile(m.dir().file("out.json"));
+    SchemaCheck check;
     check.add(written, "-output");
     const json events = parseDocument(written, "-output")["records"];
     EXPECT_EQ(events.size(), 3u);
     EXPECT_EQ(events.back(), json::parse(R"({"record": "summary", "total_events": 2})"));
-
-    // Device texts are kept as they are but for the padding.
-    krt_test::TempDir dir;
-    krt_test::writeFile(dir.file("texts.json"),
-                        R"({"adapters": [{"pds": [{"model": "\u0001M\u001b[0m\u00e9\"\\", "serial": "S\u0002N"}],
-                                     "vds": [{"name": "\t", "raid": "raid0", "members": [0]}]}]})");
-    const RunResult shown = SimMachine(dir.file("texts.json")).cli({"--json", "info", "-o", "pd", "-i", "0"});
-    check.add(shown.out, "texts");
-    const json pd = parseDocument(shown.out, "texts")["records"][0];
-    EXPECT_EQ(pd["model"], "\x01M\x1b[0m\xc3\xa9\"\\");
-    EXPECT_EQ(pd["serial"], "S\x02N");
-
-    // Replies that fill every field to its end and overrun every count.
-    ASSERT_EQ(m.krtsim({"fault", "add", "--overlong"}).status, 0);
-    for (const Words &words : {Words{"info", "-o", "pd"}, Words{"info", "-o", "vd"}, Words{"info", "-o", "ns"},
-                               Words{"event"}, Words{"identify", "-c", "1"}}) {
-        Words all = words;
-        all.push_back("--json");
-        const RunResult overlong = m.cli(all);
-        check.add(overlong.out, "overlong " + words[0] + " " + words.back());
-        parseDocument(overlong.out, words[0] + " " + words.back());
-    }
 }
 
 // ---- The verdict ------------------------------------------------------------
