@@ -3,7 +3,9 @@
 // of typed lines, the start-up's own requests or the loader can show.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -29,68 +31,62 @@ TEST(Shell, Cases)
     krt_test::runCaseFile("shell.cases");
 }
 
-// Lines typed into one shell: what each printed, in order.
+Words split(const std::string &text)
+{
+    std::istringstream in(text);
+    return {std::istream_iterator<std::string>(in), {}};
+}
+
+// A machine after `krtsim` steps (words; "" for none).
+SimMachine machine(const char *fixture, const std::string &krtsim)
+{
+    SimMachine m(fixture);
+    EXPECT_TRUE(krtsim.empty() || m.krtsim(split(krtsim)).status == 0) << krtsim;
+    return m;
+}
+
+// Lines typed into one shell: what they printed, each fragment after the
+// one before it ("|" between fragments).
 TEST(Shell, TypedLinesShareTheChosenControllerAndDebugMode)
 {
     const struct {
-        const char *machine;
-        Words fault;  // krtsim fault add ...
-        std::string typed;
-        Words said;
+        const char *machine, *krtsim;
+        std::string typed, said;
     } sessions[] = {
         // A typed "-output" is an ordinary word: help describes itself.
-        {"raid",
-         {},
-         "\nversion\n\"open\nbogus arg\nh\nhelp vd -output typed.txt\n",
-         {kBanner, "Type 'exit' to exit CLI.\n", kFirmware, "Invalid quoted string.\n", "Invalid command 'bogus'!\n",
-          "Ambiguous command 'h'!\n", "Description:Get brief help for all commands or detail help for one command.\n"}},
-        {"multi",
-         {},
-         "adapter -i 2\ninfo -o pd -i 0\nadapter --list\n",
-         {"NVMe Controller 2 set as default CLI commands refers to.\nUpdated current NVMe Controller id : 0\n",
-          "Importable:                      No\n", kList + "2\n"}},
-        {"multi",
-         {},
-         "adapter -s 11:00.00\ninfo -o vd\n",
-         {"Updated current NVMe Controller id : 1\n", "Name:                fast\n"}},
+        {"raid", "", "\nversion\n\"open\nbogus arg\nh\nhelp vd -output typed.txt\n",
+         kBanner + "|Type 'exit' to exit CLI.\n|" + kFirmware +
+             "|Invalid quoted string.\n|Invalid command 'bogus'!\n"
+             "|Ambiguous command 'h'!\n|Description:Get brief help for all commands or detail help"},
+        {"multi", "", "adapter -i 2\ninfo -o pd -i 0\nadapter --list\n",
+         "Controller 2 set as default CLI commands refers to.\nUpdated current NVMe Controller id : 0\n"
+         "|Importable:                      No\n|" +
+             kList + "2\n"},
+        {"multi", "", "adapter -s 11:00.00\ninfo -o vd\n",
+         "Updated current NVMe Controller id : 1\n|Name:                fast\n"},
         // A request that failed leaves the choice alone.
-        {"multi",
-         {},
-         "adapter -i 1\nadapter -i 7\nadapter --list\n",
-         {"NVMe Controller 7 does not exist.\n", kList + "1\n"}},
+        {"multi", "", "adapter -i 1\nadapter -i 7\nadapter --list\n",
+         "NVMe Controller 7 does not exist.\n|" + kList + "1\n"},
         // By SUBNQN as the controller's block shows it, blanks and all.
-        {"multi",
-         {},
-         "adapter -n " + kNqn + "\nadapter --list\nadapter -n " + kNqn + " -n " + kNqn + "\n",
-         {"Updated current NVMe Controller id : 2\n", kList + "2\n", "Duplicated option specified.\n"}},
-        {"degraded",
-         {},
-         "--debug\ninfo -o vd -i 1\n--debug -a disable\ninfo -o vd -i 0\n",
-         {"Set debug mode to enable\nCDW[0] : 0x000000e2\nCDW[12]: 0x000000e2\nCDW[14]: 0x00000001\ncmd_status: "
-          "0x0\nVD ID:               1\n",
-          "Sector Size:         512 bytes\nCDW[0] : 0x000000e2\nCDW[12]: 0x000002e3\nCDW[14]: 0x00000001\ncmd_status: "
-          "0x0\nBGA progress:        Initializing is running in 10%\n",
-          "Set debug mode to disable\nVD ID:               0\n"}},
+        {"multi", "", "adapter -n " + kNqn + "\nadapter --list\nadapter -n " + kNqn + " -n " + kNqn + "\n",
+         "Updated current NVMe Controller id : 2\n|" + kList + "2\n|Duplicated option specified.\n"},
+        {"degraded", "", "--debug\ninfo -o vd -i 1\n--debug -a disable\ninfo -o vd -i 0\n",
+         "Set debug mode to enable\nCDW[0] : 0x000000e2\nCDW[12]: 0x000000e2\nCDW[14]: 0x00000001\ncmd_status: 0x0\nVD "
+         "ID:"
+         "|CDW[12]: 0x000002e3\nCDW[14]: 0x00000001\ncmd_status: 0x0\nBGA progress:|Set debug mode to disable\nVD ID:"
+         "               0\n"},
         // A reply without our signature is described.
-        {"degraded",
-         {"--opcode", "0xe2", "--cdw12", "0x000000e1", "--bad-sign"},
-         "--debug\ninfo -o pd -i 2\n",
-         {"CDW[14]: 0x00000002\nreceive sign get 0x42 0x41 0x44 expect 0x4b 0x52 0x54\n\nUnable to get info of PD\n"}},
+        {"degraded", "fault add --opcode 0xe2 --cdw12 0x000000e1 --bad-sign", "--debug\ninfo -o pd -i 2\n",
+         "CDW[14]: 0x00000002\nreceive sign get 0x42 0x41 0x44 expect 0x4b 0x52 0x54\n\nUnable to get info of PD\n"},
     };
     for (const auto &s : sessions) {
-        SCOPED_TRACE(s.typed);
-        const SimMachine m(s.machine);
-        if (!s.fault.empty()) {
-            Words words = {"fault", "add"};
-            words.insert(words.end(), s.fault.begin(), s.fault.end());
-            ASSERT_EQ(m.krtsim(words).status, 0);
-        }
+        const SimMachine m = machine(s.machine, s.krtsim);
         const std::string out = m.shell(s.typed);
         std::size_t at = 0;
-        for (const std::string &text : s.said) {
-            at = out.find(text, at);
-            ASSERT_NE(at, std::string::npos) << text << "\n--- in ---\n" << out;
-            at += text.size();
+        for (std::size_t from = 0, to; from <= s.said.size(); from = to + 1) {
+            to = std::min(s.said.find('|', from), s.said.size());
+            at = out.find(s.said.substr(from, to - from), at);
+            ASSERT_NE(at, std::string::npos) << s.said.substr(from, to - from) << "\n--- in ---\n" << out;
         }
         EXPECT_FALSE(std::filesystem::exists(m.dir().file("typed.txt")));
     }
@@ -137,31 +133,23 @@ TEST(Shell, OutputFileTakesEverything)
 // vendor is turned away after Identify, unless "--vid" names it.
 TEST(Startup, DiscoveryAsksEachControllerInTurn)
 {
-    const std::string accept1 = "1:06 1:e0 1:e0 1:06 ", accept2 = "2:06 2:e0 2:e0 2:06 ",
-                      accept3 = "3:06 3:e0 3:e0 3:06 ";
+    const std::string accept1 = "1:06 1:e0 1:e0 1:06 ", accept2 = "2:06 2:e0 2:e0 2:06 ";
     const struct {
-        const char *machine;
-        Words krtsim;
-        Words words;
+        const char *machine, *krtsim, *words;
         std::string asked;
     } cases[] = {
-        {"empty", {}, {"version"}, ""},
-        {"raid", {}, {"version"}, accept1 + "1:e0"},
-        {"multi", {}, {"version"}, accept1 + accept2 + accept3 + "1:e0 2:e0 3:e0"},
-        {"multi", {"fault", "vanish", "0"}, {"version"}, accept2 + accept3 + "2:e0 3:e0"},
-        {"raid", {"fault", "list-fail"}, {"version"}, ""},
-        {"foreign", {}, {"version"}, "1:06 " + accept2 + "2:e0"},
-        {"foreign", {}, {"0", "--vid=0x144D", "version"}, "1:06 1:e0 1:06 2:06 1:e0"},
+        {"empty", "", "version", ""},
+        {"raid", "", "version", accept1 + "1:e0"},
+        {"multi", "", "version", accept1 + accept2 + "3:06 3:e0 3:e0 3:06 1:e0 2:e0 3:e0"},
+        {"multi", "fault vanish 0", "version", accept2 + "3:06 3:e0 3:e0 3:06 2:e0 3:e0"},
+        {"raid", "fault list-fail", "version", ""},
+        {"foreign", "", "version", "1:06 " + accept2 + "2:e0"},
+        {"foreign", "", "0 --vid=0x144D version", "1:06 1:e0 1:06 2:06 1:e0"},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.machine + (" " + testing::PrintToString(c.krtsim) + testing::PrintToString(c.words)));
-        const SimMachine m(c.machine);
-        if (!c.krtsim.empty()) {
-            ASSERT_EQ(m.krtsim(c.krtsim).status, 0);
-        }
+        const SimMachine m = machine(c.machine, c.krtsim);
         m.krtsim({"log", "clear"});
-        const auto r = m.cli(c.words);
-        EXPECT_EQ(r.status, 0);
+        const auto r = m.cli(split(c.words));
         EXPECT_EQ(has(r.out, kNone), c.asked.empty()) << r.out;
         std::istringstream log(m.krtsim({"log"}).out);
         std::string asked;
@@ -169,7 +157,7 @@ TEST(Startup, DiscoveryAsksEachControllerInTurn)
              log >> adapter >> opc >> nsid >> cdw10 >> cdw11 >> cdw12 && std::getline(log, rest);)
             asked += (asked.empty() ? "" : " ") + adapter.substr(5) + ":" +
                      (opc == "opc=0xe2" ? cdw12.substr(14) : opc.substr(6));
-        EXPECT_EQ(asked, c.asked);
+        EXPECT_EQ(asked, c.asked) << c.machine << " " << c.krtsim << " " << c.words;
     }
     EXPECT_EQ(krt_test::cliWithoutLibrary({"info", "-o", "hba"}).out, "Failed to initialize NVMe." + kNone);
 }
