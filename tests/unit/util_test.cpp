@@ -1,0 +1,291 @@
+// The shared text routines, the status line of a failed request, the JSON
+// output's key rule, escaping, records and verdict, and the labelled-field
+// writer, at the edges no command or controller reaches.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "api/krt_api.h"
+#include "api/status.h"
+#include "stream_capture.h"
+#include "util/fields.h"
+#include "util/json_output.h"
+#include "util/text.h"
+
+namespace {
+
+using json_output::Value;
+using json_output::Verdict;
+using nlohmann::json;
+
+TEST(TextRoutines, IsNumberStrlwrAndRaidModes)
+{
+    EXPECT_TRUE(isNumber(""));  // an empty word counts as a number
+    EXPECT_TRUE(isNumber("0123456789"));
+    for (const char *word : {"-1", "+1", " 1", "1 ", "0x1", "1a", "１"})
+        EXPECT_FALSE(isNumber(word)) << word;
+
+    // The letters' neighbours stay as they are.
+    char text[] = "AZ@[`{HeLLo-World_09\xC3\x84";
+    EXPECT_EQ(strlwr(text), text);
+    EXPECT_STREQ(text, "az@[`{hello-world_09\xC3\x84");
+
+    const struct {
+        const char *typed;
+        KRT_U8 code;
+        const char *text;
+    } modes[] = {{"0", 0x00, "RAID0"},   {"1", 0x01, "RAID1"}, {"10", 0x10, "RAID10"}, {"5", 0x05, "RAID5"},
+                 {"50", 0x50, "RAID50"}, {"6", 0x06, "RAID6"}, {"60", 0x60, "RAID60"}, {"JBOD", 0x0F, "JBOD"}};
+    for (const auto &m : modes) {
+        EXPECT_EQ(chooseRaidMode(m.typed), m.code) << m.typed;
+        EXPECT_STREQ(RaidModeStr(m.code), m.text) << m.typed;
+    }
+    for (const char *typed : {"jbod", "2", "01", "", "RAID1", "100"})
+        EXPECT_EQ(chooseRaidMode(typed), 0xFF) << typed;
+    for (int code : {0x02, 0x0E, 0xFF})
+        EXPECT_STREQ(RaidModeStr(static_cast<KRT_U8>(code)), "unknown") << code;
+}
+
+TEST(TextRoutines, NoQuoteStrncpyStripsEnclosingQuotes)
+{
+    const struct {
+        const char *src;
+        std::size_t n;
+        const char *expected;  // dst starts filled with 'X'
+    } cases[] = {
+        {"abcdef", 3, "abc"},
+        // Terminated one past the copied text: the byte between keeps its value.
+        {"\"a b\"", 5, "a bX"},
+        {"\"abc\"de", 5, "abc\"dX"},
+        // The closing quote is looked for at the caller's limit only.
+        {"\"a b\"", 4, "\"a b"},
+        // A limit beyond the argument never reads past its end.
+        {"\"ab", 10, "\"ab"},
+    };
+    for (const auto &c : cases) {
+        std::array<char, 32> dst{};
+        dst.fill('X');
+        EXPECT_EQ(noQuoteStrncpy(dst.data(), c.src, c.n), 0) << c.src;
+        EXPECT_STREQ(dst.data(), c.expected) << c.src << " n=" << c.n;
+    }
+    std::array<char, 8> dst{};
+    dst.fill('X');
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(noQuoteStrncpy(dst.data(), "'abc'", 5), 1);
+    std::fflush(stdout);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Please use double quotation mark to include strings.");
+    EXPECT_EQ(dst[0], 'X');
+}
+
+TEST(TextRoutines, DumpContentPrintsRowsOfSixteen)
+{
+    std::array<unsigned char, 20> data{};
+    for (std::size_t i = 0; i < data.size(); ++i)
+        data[i] = static_cast<unsigned char>(0xF0 + i);
+    const std::string header = "[RAW Data]\n      00 01 02 03 04 05 06 07 08 09 10 11 12 13 14 15 \n";
+    krt_unit::StreamCapture out;
+    dumpContent(data.data(), static_cast<long>(data.size()));
+    dumpContent(nullptr, 0);
+    dumpContent(nullptr, -5);
+    EXPECT_EQ(out.text(), header +
+                              "\n0000  f0 f1 f2 f3 f4 f5 f6 f7 f8 f9 fa fb fc fd fe ff "
+                              "\n0016  00 01 02 03 \n" +
+                              header + "\n" + header + "\n");
+}
+
+TEST(TextRoutines, StatusLines)
+{
+    const struct {
+        KRT_U32 status;
+        const char *line;
+    } cases[] = {
+        {0, ""},  // success prints nothing
+        {0x0106, "Invalid Firmware Slot (Status Code: 0x106)\n"},
+        {0x0107, "Invalid Firmware Image (Status Code: 0x107)\n"},
+        {0x0702, "Unknown error (Status Code: 0x702)\n"},
+        {static_cast<KRT_U32>(-22), "Unknown error (Status Code: 0xffffffea)\n"},
+        {1, "Invalid Command Opcode (Status Code: 0x1)\n"},
+        {0x0200, "Unknown Status (Status Code: 0x200)\n"},
+        {132, "Format In Progress (Status Code: 0x84)\n"},
+        {0x0733, "LD is not redundant (Status Code: 0x733)\n"},
+        {0x0301, "Invalid Queue Identifier (Status Code: 0x301)\n"},  // SCT 3 has bit 8 set
+    };
+    for (const auto &c : cases) {
+        testing::internal::CaptureStdout();
+        _showStatusCode(c.status);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.line) << std::hex << c.status;
+    }
+}
+
+std::string asJson(std::string_view bytes)
+{
+    std::string out;
+    json_output::appendString(out, bytes);
+    return out;
+}
+
+TEST(JsonText, KeysFromLabelsAndTextAsValidUtf8)
+{
+    const std::pair<const char *, const char *> keys[] = {{"BGA progress:", "bga_progress"},
+                                                          {"SSD backend RC/Slot ID:", "ssd_backend_rc_slot_id"},
+                                                          {"  Link width:", "link_width"},
+                                                          {"eui64[3]:", "eui64_3"},
+                                                          {"TNVMCAP(GB):", "tnvmcap_gb"},
+                                                          {"Total # of PD:", "total_of_pd"},
+                                                          {"size_gb", "size_gb"},
+                                                          {"AZ@[`{z", "az_z"},
+                                                          {"Gr\u00f6\u00dfe", "gr_e"},
+                                                          {":", "value"}};
+    for (const auto &[label, key] : keys)
+        EXPECT_EQ(json_output::keyOf(label), key) << label;
+
+    const std::pair<std::string, std::string> texts[] = {
+        {"a\"b\\c", R"("a\"b\\c")"},
+        {std::string("\n\t\x01\x7f\0", 5), R"("\n\t\u0001\u007f\u0000")"},
+        // Valid sequences stay as they are.
+        {"\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", "\"\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\""},
+        // C1 controls are escaped; bytes outside a sequence are Latin-1:
+        // overlong, a surrogate, past U+10FFFF, cut short.
+        {"\xc2\x85", R"("\u0085")"},
+        {"\xff\xfe", R"("\u00ff\u00fe")"},
+        {"\xc0\xaf", R"("\u00c0\u00af")"},
+        {"\xed\xa0\x80", R"("\u00ed\u00a0\u0080")"},
+        {"\xf4\x90\x80\x80", R"("\u00f4\u0090\u0080\u0080")"},
+        {"ab\xe2\x82", R"("ab\u00e2\u0082")"},
+    };
+    for (const auto &[bytes, text] : texts)
+        EXPECT_EQ(asJson(bytes), text);
+    // Every byte string gives a string a strict reader takes back.
+    std::string all;
+    for (int i = 0; i < 512; ++i)
+        all += static_cast<char>(i);
+    EXPECT_TRUE(json::parse(asJson(all)).is_string());
+
+    EXPECT_EQ(json_output::trimmed(std::string_view("  On \0\0", 7)), "On");
+    EXPECT_EQ(json_output::trimmed(std::string_view("\0 \0", 3)), "");
+}
+
+// The document written after `fill`, as text. What other tests in this
+// process left noted goes first into one that nobody reads.
+template <class Fill>
+std::string document(Fill fill, const std::vector<std::string> &argv = {"x"}, int status = 0,
+                     std::optional<json_output::ControllerRef> controller = std::nullopt)
+{
+    std::FILE *file = std::tmpfile();
+    json_output::setDestination(file);
+    json_output::writeDocument({}, 0, std::nullopt);
+    json_output::closeDestination();
+    file = std::tmpfile();
+    json_output::setDestination(file);
+    fill();
+    EXPECT_TRUE(json_output::writeDocument(argv, status, controller));
+    std::rewind(file);
+    std::string text(4096, '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), file));
+    json_output::closeDestination();
+    return text;
+}
+
+TEST(JsonText, RecordsCutShortStillCloseAndKeysStayApart)
+{
+    const std::string text = document(
+        [] {
+            json_output::numberField("Total # of PD:", "4");  // outside any record
+            json_output::beginListing("outer");
+            json_output::beginRecord("controller");
+            json_output::stringField("Name:", "a");
+            json_output::stringField("Name:", "b");
+            json_output::beginListing("PCIe links");
+            json_output::beginRecord("pcie_link");
+            json_output::boolField("Up:", true);
+            // No end of the link, the listing or the record: the listing was cut short.
+            json_output::noteStatus(0x181, "failed");
+        },
+        {"info", "-o", "hba"}, 1, json_output::ControllerRef{0, 1});
+    EXPECT_EQ(text.find('\n'), text.size() - 1);  // one line
+    const json doc = json::parse(text);
+    EXPECT_EQ(doc["json_format_version"], json::array({2, 0}));
+    EXPECT_EQ(doc["krt_cli"]["exit_status"], 1);
+    EXPECT_EQ(doc["controller"]["number"], 1);
+    EXPECT_EQ(doc["status"]["value"], 0x181);
+    EXPECT_EQ(doc["result"], json::parse(R"({"kind": "request_failed", "message": "failed", "status": 385})"));
+    EXPECT_EQ(doc["records"], json::parse(R"([{"record": "summary", "total_of_pd": 4},
+        {"record": "controller", "name": "a", "name_2": "b", "pcie_links": [{"record": "pcie_link", "up": true}]}])"));
+}
+
+TEST(JsonVerdict, TheFirstFailureStandsAndSuccessOnlyWhileNothingElse)
+{
+    const struct {
+        std::vector<std::pair<Verdict, const char *>> notes;  // a null message: none said
+        const char *result;
+    } cases[] = {
+        {{}, R"({"kind": "ok", "message": null})"},
+        {{{Verdict::Ok, "cmd success\n"}, {Verdict::Ok, "\nVD 1 import successfully.\n"}},
+         R"({"kind": "ok", "message": "VD 1 import successfully."})"},
+        // What follows from a failure does not replace it.
+        {{{Verdict::NotFound, "\nUnable to get info of PD\n"}, {Verdict::RequestFailed, "cmd failed.\n"}},
+         R"({"kind": "not_found", "message": "Unable to get info of PD"})"},
+        {{{Verdict::UsageError, nullptr}, {Verdict::Ok, "Set debug mode to enable\n"}},
+         R"({"kind": "usage_error", "message": null})"},
+        {{{Verdict::Ok, "Reset success\n"}, {Verdict::Refused, "Not available.\n"}},
+         R"({"kind": "refused", "message": "Not available."})"},
+        {{{Verdict::NoController, "No NVMe Controller is found."}, {Verdict::UsageError, "x"}},
+         R"({"kind": "no_controller", "message": "No NVMe Controller is found."})"},
+    };
+    for (const auto &c : cases) {
+        const json doc = json::parse(document([&] {
+            for (const auto &[kind, message] : c.notes) {
+                if (message == nullptr)
+                    json_output::noteResult(kind);
+                else
+                    json_output::noteResult(kind, message);
+            }
+        }));
+        EXPECT_EQ(doc["result"], json::parse(c.result));
+    }
+    // A request's status beside its line.
+    EXPECT_EQ(json::parse(document([] { json_output::noteRequestFailed(0x706, "Invalid HD ID"); }))["result"],
+              json::parse(R"({"kind": "request_failed", "message": "Invalid HD ID", "status": 1798})"));
+}
+
+TEST(Fields, DeviceTextsCountersSizesAndJsonMindedFields)
+{
+    // 2^31 * 2^33 wraps to 0 in 64 bits.
+    EXPECT_EQ(sizeInGigabytes(0x80000000u, 0x200000000ull), 0);
+    const KRT_U8 padded[8] = {' ', ' ', 'S', 'N', '1', ' ', ' ', ' '};
+    EXPECT_EQ(boundedTextNoLeadingBlanks(padded, sizeof(padded)), "SN1   ");
+    EXPECT_EQ(boundedTextNoLeadingBlanks(padded, 2), "");
+    const struct {
+        KRT_U8 bytes[16];
+        const char *decimal;
+    } counters[] = {
+        {{}, "0"},
+        {{0x15, 0xCD, 0x5B, 0x07}, "123456789"},
+        {{0, 0, 0, 0, 0, 0, 0, 0, 1}, "18446744073709551616"},
+        {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
+         "340282366920938463463374607431768211455"},
+    };
+    for (const auto &c : counters)
+        EXPECT_EQ(decimal128(c.bytes), c.decimal);
+
+    // What the writer's JSON-minded fields leave in the text.
+    krt_unit::StreamCapture out;
+    FieldWriter(stream, 6).typed("PDs:", "0 ? ", Value::null(), "pd_ids");
+    FieldWriter(stream, 7).choice("Cache:", "On ", 1);
+    const FieldWriter writer(stream, 0);
+    writer.extra("index", Value::number(1));
+    writer.heading("== heading ==\n");
+    writer.beginRecord("x");
+    writer.endRecord();
+    EXPECT_EQ(out.text(), "PDs:   0 ? \nCache:  On \n== heading ==\n");
+    // No stream: a record only the JSON output shows.
+    FieldWriter(nullptr, 4).str("B:", "b");
+}
+
+}  // namespace
