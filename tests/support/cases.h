@@ -4,7 +4,6 @@
 // the verdict of its document, which is validated against the schema.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,52 +13,9 @@ namespace krt_test {
 
 using Words = std::vector<std::string>;
 
-// What a run must print on standard output.
-struct Printed {
-    enum Kind { Exact, Prefix, Contains } kind = Exact;
-    std::string text;
-};
-inline Printed exact(std::string text)
-{
-    return {Printed::Exact, std::move(text)};
-}
-inline Printed prefix(std::string text)
-{
-    return {Printed::Prefix, std::move(text)};
-}
-inline Printed contains(std::string text)
-{
-    return {Printed::Contains, std::move(text)};
-}
-
-struct Case {
-    Words words;
-    int status = 0;
-    Printed out;
-    // The verdict of the --json document: ok, usage_error, not_found,
-    // refused, request_failed, no_controller.
-    std::string kind = "ok";
-    // The admin commands the command itself sent (start-up's are left out),
-    // one fragment of its command-log line each, in order, e.g.
-    // "cdw12=0x000004e3 cdw13=0x00000000 cdw14=0x00030001"; {} for none.
-    // Not checked when absent.
-    std::optional<Words> sent = std::nullopt;
-    // A fixture name or a fixture file of tests/json/fixtures.
-    std::string machine = "raid";
-    // Steps before the run: {"krtsim", words...}, {"cli", words...} or
-    // {"file", name, size} (a file of that many bytes in the machine's folder).
-    std::vector<Words> setup = {};
-    // Where the case is written, for the failure reports.
-    std::string source = {};
-};
-
-// Runs every case in order, each on a fresh machine, then validates all the
+// Runs every case of a table file of tests/cases (see tests/cases/README.md)
+// in order, each on a fresh copy of its machine, then validates all their
 // JSON documents in one run of the schema validator.
-void runCases(const std::vector<Case> &cases);
-
-// The cases of a table file of tests/cases (see tests/cases/README.md), and
-// runCases on them.
-std::vector<Case> readCases(const std::string &name);
 void runCaseFile(const std::string &name);
 
 // JSON documents gathered while a test runs and checked against the
