@@ -675,15 +675,37 @@ void Reader::run()
 
     // Namespaces read now, in slot order, each to its VD or its disk.
     std::sort(namespaces_.begin(), namespaces_.end(), [](const Ns &a, const Ns &b) { return a.slot < b.slot; });
+    // The virtual disks the file can hold: each once, within the format,
+    // on disks that were read (a machine file names only disks it has).
+    std::vector<const _NVME_VD_Info *> keptVds;
+    std::set<KRT_U16> vdIds;
+    for (const _NVME_VD_Info &vd : vdRecords_) {
+        const std::string name = "vd " + std::to_string(vd.ID);
+        const KRT_U16 *const end = vd.PDIDs + std::min<int>(vd.MemberCount, KRT_VD_MAX_MEMBERS);
+        const KRT_U16 *const unread = std::find_if(
+            vd.PDIDs, end, [this](KRT_U16 id) { return id != KRT_PD_MISSING && pdEntries_.count(id) == 0; });
+        if (vd.ID >= kFormatVds) {
+            cut(name, "past the " + std::to_string(kFormatVds) + " virtual disks the format holds; left out");
+        } else if (vdIds.count(vd.ID) != 0) {
+            cut(name, "listed twice; the first kept");
+        } else if (unread != end) {
+            cut(name, "its member PD " + std::to_string(*unread) + " was not read; left out");
+        } else {
+            vdIds.insert(vd.ID);
+            keptVds.push_back(&vd);
+        }
+    }
+
     std::map<KRT_U16, Json> vdNamespaces;
     Json diskNamespaces = Json::array();
-    std::set<KRT_U16> vdIds;
-    for (const _NVME_VD_Info &vd : vdRecords_)
-        vdIds.insert(vd.ID);
     for (const Ns &ns : namespaces_) {
         const std::string name = "namespace " + std::to_string(ns.record.NSID);
         if (ns.record.device_type == 1 && vdIds.count(ns.record.ID) == 0) {
             cut(name, "its virtual disk " + std::to_string(ns.record.ID) + " was not read; left out");
+            continue;
+        }
+        if (ns.record.device_type != 1 && pdEntries_.count(ns.record.ID) == 0) {
+            cut(name, "its PD " + std::to_string(ns.record.ID) + " was not read; left out");
             continue;
         }
         Json n = namespaceEntry(ns.record, ns.slot);
@@ -709,12 +731,8 @@ void Reader::run()
             targets.push_back(pd.ID);
 
     Json vds = Json::array();
-    for (const _NVME_VD_Info &vd : vdRecords_) {
-        const std::string name = "vd " + std::to_string(vd.ID);
-        if (vd.ID >= kFormatVds) {
-            cut(name, "past the " + std::to_string(kFormatVds) + " virtual disks the format holds; left out");
-            continue;
-        }
+    for (const _NVME_VD_Info *kept : keptVds) {
+        const _NVME_VD_Info &vd = *kept;
         Json v = Json::object();
         v["id"] = val(vd.ID);
         v["name"] = fieldText(vd.Name, sizeof vd.Name, Pad::Nuls);

@@ -264,3 +264,33 @@ TEST(Capture, AnotherMakersControllerGivesItsStandardData)
 }
 
 }  // namespace
+
+// Every kind of reading request fails in turn, or answers without our
+// signature or past its length: the capture ends by itself and what it
+// wrote is a machine the simulator takes.
+TEST(Capture, EachReadFailingOrHostileLeavesAMachineFile)
+{
+    // Every kind the capture of `degraded` sends: opcode, and the class
+    // word of a vendor request or of the send of a pair.
+    const char *const reads[][2] = {{"0x02", ""},           {"0x06", ""},           {"0xc2", ""},
+                                    {"0xce", ""},           {"0xcb", "0x000000e1"}, {"0xcb", "0x000000e2"},
+                                    {"0xcb", "0x000100e3"}, {"0xcb", "0x000200e3"}, {"0xe2", "0x000000e0"},
+                                    {"0xe2", "0x000001e0"}, {"0xe2", "0x00001ae0"}, {"0xe2", "0x000000e5"},
+                                    {"0xe2", "0x00ff01e5"}, {"0xe2", "0x000002fe"}, {"0xe2", "0x000004fe"}};
+    const SimMachine original("degraded");
+    for (const auto &[opcode, cdw12] : reads) {
+        for (const char *effect : {"--status 0x0002", "--bad-sign", "--overlong"}) {
+            SimMachine m(original);
+            std::istringstream rule("fault add --opcode " + std::string(opcode) +
+                                    (*cdw12 != '\0' ? " --cdw12 " + std::string(cdw12) : "") + " " + effect);
+            ASSERT_EQ(m.krtsim({std::istream_iterator<std::string>(rule), {}}).status, 0);
+            const std::string file = m.dir().file("m.json");
+            const RunResult r = m.cli({"--capture", file});
+            SCOPED_TRACE(std::string(opcode) + " " + cdw12 + " " + effect + "\n" + r.err);
+            EXPECT_TRUE(r.status == 1 || (r.status == 0 && std::string(effect) != "--status 0x0002"));
+            if (std::filesystem::exists(file)) {
+                EXPECT_EQ(SimMachine().krtsim({"reset", file}).status, 0);
+            }
+        }
+    }
+}
