@@ -11,8 +11,8 @@
 #include "commands/commands.h"
 #include "commands/event.h"
 #include "device/device_management.h"
-#include "stream_capture.h"
 #include "transport_fake_driver.h"
+#include "unit_support.h"
 #include "util/state.h"
 
 namespace {

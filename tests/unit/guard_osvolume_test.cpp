@@ -7,8 +7,8 @@
 
 #include "device/device_management.h"
 #include "guard/osvolume.h"
-#include "guard_temp_tree.h"
 #include "transport_fake_driver.h"
+#include "unit_support.h"
 
 namespace {
 
@@ -109,10 +109,11 @@ class Guard : public ::testing::Test {
     }
     fake::Adapter &adapter() { return fake::driver().adapters[0]; }
     // Namespace nsid (valid) in the namespace list of a VD.
-    void namespaceOfTheVd(KRT_U32 nsid)
+    void namespaceOfTheVd(KRT_U32 nsid, KRT_U16 vd = 0)
     {
         _NVME_NS_Info ns{};
         ns.NSID = nsid;
+        ns.ID = vd;
         ns.device_type = 1;
         ns.Status = KRT_NS_VALID;
         fake::answer(adapter().pairReply, ns);
@@ -183,6 +184,37 @@ TEST_F(Guard, ScanOnDemandProbesTheNamespacesAtTheFirstQuestion)
         sysdisk_final();
         EXPECT_FALSE(os_vol_on_namespace(0, 1)) << "a pending scan is dropped at the end";
     }
+}
+
+TEST_F(Guard, TheVdHoldingTheOsVolumeIsNeverDeleted)
+{
+    TempTree t;
+    linuxHost(t);
+    os_vol_scan(t.path().c_str());
+    namespaceOfTheVd(1, 2);
+    _NVME_Adapter_Info info{};
+    info.Features = KRT_FEATURE_NS_MGMT;
+    g_pAdInfos = &info;
+    gNumAdaptersFound = 1;
+    const auto deletes = [] {
+        std::vector<KRT_U32> words;
+        for (const fake::Request &r : fake::sent(KRT_VENDOR_OPCODE))
+            words.push_back(r.io.cmd[12]);
+        fake::driver().requests.clear();
+        return words;
+    };
+    EXPECT_EQ(krt_unit::runLine("vd -a delete -i 2").second,
+              "\nUnable to delete VD 2. Because it contains a OS volume.\n");
+    EXPECT_TRUE(deletes().empty()) << "no delete reached the controller";
+    g_oneBaseMode = 1;
+    EXPECT_EQ(krt_unit::runLine("vd -a delete -i 3").second,
+              "\nUnable to delete VD 3. Because it contains a OS volume.\n");
+    EXPECT_TRUE(deletes().empty());
+    g_oneBaseMode = 0;
+    EXPECT_EQ(krt_unit::runLine("vd -a delete -i 1").second, "cmd success\n") << "another VD goes";
+    EXPECT_EQ(deletes(), std::vector<KRT_U32>{0x000104E2});
+    g_pAdInfos = nullptr;
+    gNumAdaptersFound = 0;
 }
 
 TEST_F(Guard, HooksAttachAndDetachTheOnlyVd)

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "device/smbios.h"
-#include "guard_temp_tree.h"
+#include "unit_support.h"
 
 namespace {
 

@@ -12,10 +12,10 @@
 #include "device/device_management.h"
 #include "device/linux_nvme_device.h"
 #include "device/nvme_device.h"
-#include "guard_temp_tree.h"
 #include "platform/linux_nvme.h"
 #include "platform/nvme_lib.h"
 #include "transport_fake_driver.h"
+#include "unit_support.h"
 
 namespace {
 

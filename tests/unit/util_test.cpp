@@ -13,7 +13,7 @@
 
 #include "api/krt_api.h"
 #include "api/status.h"
-#include "stream_capture.h"
+#include "unit_support.h"
 #include "util/fields.h"
 #include "util/json_output.h"
 #include "util/text.h"
