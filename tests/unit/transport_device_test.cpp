@@ -183,22 +183,6 @@ TEST_P(NvmeDevices, WordsTheControllerSeesAndOneDataDirection)
 INSTANTIATE_TEST_SUITE_P(Hosts, NvmeDevices, ::testing::Values(false, true),
                          [](const auto &param) { return param.param ? "Linux" : "DriverList"; });
 
-TEST(DriverListDevice, StatusIsTheCompletionsEvenWhenTheDriverFails)
-{
-    fake::Installed installed;
-    fake::driver().adapters.push_back(fake::managedAdapter("vmhba1"));
-    ASSERT_EQ(Nvme_GetAdapterList(adapterList()), 0);
-    Device *dev = CreateNVMEDeviceInstance("vmhba1", 0);
-    const KRT_U32 word = 0;
-    fake::Adapter &a = fake::driver().adapters[0];
-    a.completionDw3 = nvme_comp_dw3(1, 7);
-    a.driverStatus = 5;
-    EXPECT_EQ(dev->sendCommand(NVME_ADMIN_GET_LOG_PAGE, 0, &word, 1, nullptr, 0, nullptr, 0), 0x107u);
-    a.completionDw3 = 0;  // a failed driver call with a clean completion counts as success
-    EXPECT_EQ(dev->sendCommand(NVME_ADMIN_GET_LOG_PAGE, 0, &word, 1, nullptr, 0, nullptr, 0), 0u);
-    dev->closeHandle();
-}
-
 class LinuxNodes : public ::testing::Test {
   protected:
     void SetUp() override
@@ -292,33 +276,47 @@ TEST_F(LinuxNodes, ScanKeepsTheControllersItAccepts)
     EXPECT_EQ(paths(), listed);
     EXPECT_EQ(registry.isSysDenied(), 0);
     EXPECT_EQ(registry.Scan(tree.file("missing").c_str()), 0);
-}
 
-TEST_F(LinuxNodes, PermissionDeniedIsReportedAndEndsTheScan)
-{
-    node("nvme0", {.openErrno = EACCES});
-    registry.Scan(tree.path().c_str());
+    // A node the user may not open is reported and ends the scan.
+    registry.Final();
+    TempTree denied;
+    denied.write("nvme0", "x");
+    nodes.nodes[denied.file("nvme0")] = {.openErrno = EACCES};
+    registry.Scan(denied.path().c_str());
     EXPECT_EQ(registry.getDeviceCount(), 0);
     EXPECT_EQ(registry.isSysDenied(), 1);
 }
 
-class PairTransport : public ::testing::Test {
+// A controller of the driver's list, alone and behind the paired-command device.
+class DriverList : public ::testing::Test {
   protected:
     void SetUp() override
     {
         fake::driver().adapters.push_back(fake::managedAdapter("vmhba1"));
         ASSERT_EQ(Nvme_GetAdapterList(adapterList()), 0);
         dev = CreatePairCMDDeviceInstance(CreateNVMEDeviceInstance("vmhba1", 0));
-        ASSERT_NE(dev, nullptr);
     }
     void TearDown() override { dev->closeHandle(); }
     const std::vector<fake::Request> &requests() { return fake::driver().requests; }
+    fake::Adapter &adapter() { return fake::driver().adapters[0]; }
 
     fake::Installed installed;
     Device *dev = nullptr;
 };
 
-TEST_F(PairTransport, RequestHeadAndSendReceiveWords)
+TEST_F(DriverList, StatusIsTheCompletionsEvenWhenTheDriverFails)
+{
+    Device *plain = CreateNVMEDeviceInstance("vmhba1", 0);
+    const KRT_U32 word = 0;
+    adapter().completionDw3 = nvme_comp_dw3(1, 7);
+    adapter().driverStatus = 5;
+    EXPECT_EQ(plain->sendCommand(NVME_ADMIN_GET_LOG_PAGE, 0, &word, 1, nullptr, 0, nullptr, 0), 0x107u);
+    adapter().completionDw3 = 0;  // a failed driver call with a clean completion counts as success
+    EXPECT_EQ(plain->sendCommand(NVME_ADMIN_GET_LOG_PAGE, 0, &word, 1, nullptr, 0, nullptr, 0), 0u);
+    plain->closeHandle();
+}
+
+TEST_F(DriverList, RequestHeadAndSendReceiveWords)
 {
     const KRT_U32 words[6] = {0x123E1, 0x45602, 0x789AB, 0xCDEF0, 0x11111, 0x22222};
     const KRT_U8 in[5] = {0x5A, 1, 2, 3, 4};
@@ -343,9 +341,9 @@ TEST_F(PairTransport, RequestHeadAndSendReceiveWords)
     EXPECT_EQ(std::vector<KRT_U8>(requests()[0].sent.begin(), requests()[0].sent.begin() + 21), head);
 }
 
-TEST_F(PairTransport, ReplyEnvelopeAndFailedSend)
+TEST_F(DriverList, ReplyEnvelopeAndFailedSend)
 {
-    fake::Page &reply = fake::driver().adapters[0].pairReply;
+    fake::Page &reply = adapter().pairReply;
     for (std::size_t i = 8; i < 16; ++i)
         reply[i] = static_cast<KRT_U8>(0xA0 + i);
     const KRT_U32 words[2] = {KRT_CLASS_ADAPTER, 0};
@@ -363,8 +361,8 @@ TEST_F(PairTransport, ReplyEnvelopeAndFailedSend)
     }
 
     fake::driver().requests.clear();
-    fake::driver().adapters[0].completionDw3 = nvme_comp_dw3(0, 6);
-    fake::driver().adapters[0].driverStatus = 1;
+    adapter().completionDw3 = nvme_comp_dw3(0, 6);
+    adapter().driverStatus = 1;
     EXPECT_EQ(dev->sendCommand(KRT_PAIR_REQUEST_OPCODE, 0, words, 2, nullptr, 0, nullptr, 0), 1u);
     EXPECT_EQ(requests().size(), 1u) << "no receive after a failed send";
 }
