@@ -39,25 +39,14 @@ class Registry : public ::testing::Test {
     DeviceManagement *registry = GetDeviceManagementInstance();
 };
 
-TEST_F(Registry, AcceptanceByVendorAndDeviceId)
+// Which vendor and device IDs are taken shows end to end; a list count past
+// the driver's array does not.
+TEST_F(Registry, ListCountPastTheArrayIsBounded)
 {
-    const struct {
-        KRT_U16 vid, did, filter;
-        KRT_U32 listCount;  // ~0: the real one
-        int accepted;
-    } cases[] = {
-        {KRT_PCI_VENDOR_ID, KRT_PCI_DEVICE_ID, 0, ~0u, 1},
-        {KRT_PCI_VENDOR_ID, 0x1234, 0, ~0u, 0},
-        {0x8086, 0x0953, 0x8086, ~0u, 1},  // another vendor, named by --vid
-        {KRT_PCI_VENDOR_ID, KRT_PCI_DEVICE_ID, 0, 5000, 1},
-    };
-    for (const auto &c : cases) {
-        gVIDFormCLI = c.filter;
-        fake::driver().listCount = c.listCount;
-        fake::scan({fake::managedAdapter("vmhba1", c.vid, c.did)});
-        EXPECT_EQ(registry->getDeviceCount(), c.accepted) << c.vid << " " << c.did << " " << c.listCount;
-    }
-    EXPECT_EQ(nvme_adapter_count(adapterList()), 64u) << "a count past the array is bounded";
+    fake::driver().listCount = 5000;
+    fake::scan({fake::managedAdapter("vmhba1")});
+    EXPECT_EQ(registry->getDeviceCount(), 1);
+    EXPECT_EQ(nvme_adapter_count(adapterList()), 64u);
 }
 
 TEST_F(Registry, PciAddressAndSubnqnText)
@@ -93,20 +82,6 @@ TEST_F(Registry, PciAddressAndSubnqnText)
     EXPECT_EQ(registry->getDeviceSUBNQN(0), nqn + std::string(40 - nqn.size(), ' ') + "Z" + std::string(19, ' ') + "7");
 }
 
-// Discovery names the semaphore; the first paired request opens it.
-TEST_F(Registry, SemaphoreIsOpenedByTheFirstPairedRequest)
-{
-    fake::scan({fake::managedAdapter("vmhba1")});
-    ASSERT_EQ(registry->getDeviceCount(), 1);
-    const KRTLock *lock = registry->getDevice(0)->getNVMEDevice()->m_lock;
-    ASSERT_NE(lock, nullptr);
-    EXPECT_STREQ(lock->lockName, "krtd00");
-    EXPECT_EQ(lock->m_handle, nullptr);
-    _NVME_Adapter_Info info{};
-    EXPECT_EQ(KRT_Adapter_GetInfo(0, &info), 0u);
-    EXPECT_NE(lock->m_handle, nullptr);
-}
-
 TEST_F(Registry, PlaceholderBeyondTheRegisteredDevicesRefusesEverything)
 {
     fake::scan({fake::managedAdapter("vmhba1")});
@@ -138,10 +113,15 @@ TEST_F(Registry, ControllerInformationDefaultsAndIndexes)
     fake::answer(adapter(1).pairReply, rec);
     _NVME_Adapter_Info got{};
     const auto limits = [&] { return std::vector<KRT_U32>{got.MaxPD, got.MaxVD, got.MaxFlashSize}; };
+    // Discovery names the semaphore; the first paired request opens it.
+    const KRTLock *lock = registry->getDevice(1)->getNVMEDevice()->m_lock;
+    EXPECT_STREQ(lock->lockName, "krtd01");
+    EXPECT_EQ(lock->m_handle, nullptr);
     for (auto get : {KRT_Adapter_GetSimpleInfo, KRT_Adapter_GetInfo}) {
         ASSERT_EQ(get(1, &got), 0u);
         EXPECT_EQ(limits(), (std::vector<KRT_U32>{4, 9, 0x800000})) << "no disk limit: one per port";
     }
+    EXPECT_NE(lock->m_handle, nullptr);
     EXPECT_EQ(requests()[0].adapter, "vmhba2");
     EXPECT_EQ(fake::dwords(requests()[0].io, 12, 13), std::vector<KRT_U32>{0xE0});
 
