@@ -1,12 +1,11 @@
 // The shared text routines, the status line of a failed request, the JSON
-// output's key rule, escaping, records and verdict, and the labelled-field
+// output's key rule, escaping and records, and the labelled-field
 // writer, at the edges no command or controller reaches.
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cstdio>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,7 +20,6 @@
 namespace {
 
 using json_output::Value;
-using json_output::Verdict;
 using nlohmann::json;
 
 TEST(TextRoutines, IsNumberStrlwrAndRaidModes)
@@ -153,83 +151,32 @@ TEST(JsonText, KeysFromLabelsAndTextAsValidUtf8)
     EXPECT_EQ(json_output::trimmed(std::string_view("\0 \0", 3)), "");
 }
 
-// The document written after `fill`, as text. What other tests in this
-// process left noted goes first into one that nobody reads.
-template <class Fill>
-std::string document(Fill fill, const std::vector<std::string> &argv = {"x"}, int status = 0,
-                     std::optional<json_output::ControllerRef> controller = std::nullopt)
+// Records cut short still close; keys that repeat stay apart. What other
+// tests in this process left noted goes first into a document nobody reads.
+TEST(JsonText, RecordsCutShortStillCloseAndKeysStayApart)
 {
-    std::FILE *file = std::tmpfile();
-    json_output::setDestination(file);
+    json_output::setDestination(std::tmpfile());
     json_output::writeDocument({}, 0, std::nullopt);
     json_output::closeDestination();
-    file = std::tmpfile();
+    std::FILE *file = std::tmpfile();
     json_output::setDestination(file);
-    fill();
-    EXPECT_TRUE(json_output::writeDocument(argv, status, controller));
+    json_output::numberField("Total # of PD:", "4");  // outside any record
+    json_output::beginListing("outer");
+    json_output::beginRecord("controller");
+    json_output::stringField("Name:", "a");
+    json_output::stringField("Name:", "b");
+    json_output::beginListing("PCIe links");
+    json_output::beginRecord("pcie_link");
+    json_output::boolField("Up:", true);
+    // No end of the link, the listing or the record: the listing was cut short.
+    EXPECT_TRUE(json_output::writeDocument({"info"}, 1, std::nullopt));
     std::rewind(file);
     std::string text(4096, '\0');
     text.resize(std::fread(text.data(), 1, text.size(), file));
     json_output::closeDestination();
-    return text;
-}
-
-TEST(JsonText, RecordsCutShortStillCloseAndKeysStayApart)
-{
-    const std::string text = document(
-        [] {
-            json_output::numberField("Total # of PD:", "4");  // outside any record
-            json_output::beginListing("outer");
-            json_output::beginRecord("controller");
-            json_output::stringField("Name:", "a");
-            json_output::stringField("Name:", "b");
-            json_output::beginListing("PCIe links");
-            json_output::beginRecord("pcie_link");
-            json_output::boolField("Up:", true);
-            // No end of the link, the listing or the record: the listing was cut short.
-            json_output::noteStatus(0x181, "failed");
-        },
-        {"info", "-o", "hba"}, 1, json_output::ControllerRef{0, 1});
     EXPECT_EQ(text.find('\n'), text.size() - 1);  // one line
-    const json doc = json::parse(text);
-    EXPECT_EQ(doc["json_format_version"], json::array({2, 0}));
-    EXPECT_EQ(doc["krt_cli"]["exit_status"], 1);
-    EXPECT_EQ(doc["controller"]["number"], 1);
-    EXPECT_EQ(doc["status"]["value"], 0x181);
-    EXPECT_EQ(doc["result"], json::parse(R"({"kind": "request_failed", "message": "failed", "status": 385})"));
-    EXPECT_EQ(doc["records"], json::parse(R"([{"record": "summary", "total_of_pd": 4},
+    EXPECT_EQ(json::parse(text)["records"], json::parse(R"([{"record": "summary", "total_of_pd": 4},
         {"record": "controller", "name": "a", "name_2": "b", "pcie_links": [{"record": "pcie_link", "up": true}]}])"));
-}
-
-TEST(JsonVerdict, TheFirstFailureStandsAndSuccessOnlyWhileNothingElse)
-{
-    const struct {
-        std::vector<std::pair<Verdict, const char *>> notes;  // a null message: none said
-        const char *result;
-    } cases[] = {
-        {{}, R"({"kind": "ok", "message": null})"},
-        {{{Verdict::Ok, "cmd success\n"}, {Verdict::Ok, "\nVD 1 import successfully.\n"}},
-         R"({"kind": "ok", "message": "VD 1 import successfully."})"},
-        // What follows from a failure does not replace it.
-        {{{Verdict::NotFound, "\nUnable to get info of PD\n"}, {Verdict::RequestFailed, "cmd failed.\n"}},
-         R"({"kind": "not_found", "message": "Unable to get info of PD"})"},
-        {{{Verdict::UsageError, nullptr}, {Verdict::Ok, "Set debug mode to enable\n"}},
-         R"({"kind": "usage_error", "message": null})"},
-    };
-    for (const auto &c : cases) {
-        const json doc = json::parse(document([&] {
-            for (const auto &[kind, message] : c.notes) {
-                if (message == nullptr)
-                    json_output::noteResult(kind);
-                else
-                    json_output::noteResult(kind, message);
-            }
-        }));
-        EXPECT_EQ(doc["result"], json::parse(c.result));
-    }
-    // A request's status beside its line.
-    EXPECT_EQ(json::parse(document([] { json_output::noteRequestFailed(0x706, "Invalid HD ID"); }))["result"],
-              json::parse(R"({"kind": "request_failed", "message": "Invalid HD ID", "status": 1798})"));
 }
 
 TEST(Fields, DeviceTextsCountersSizesAndJsonMindedFields)
