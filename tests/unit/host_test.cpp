@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -48,11 +49,8 @@ void bootBank(const TempTree &t, const std::string &volume)
 std::string hex(const KRT_U8 *bytes, std::size_t size)
 {
     std::string text;
-    for (std::size_t i = 0; i < size; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02x", bytes[i]);
-        text += digits;
-    }
+    for (std::size_t i = 0; i < size; ++i)
+        text += "0123456789abcdef"[bytes[i] >> 4] + std::string(1, "0123456789abcdef"[bytes[i] & 15]);
     return text;
 }
 
@@ -267,10 +265,7 @@ Bytes systemSlot(std::uint8_t slot, std::uint8_t usage, std::uint8_t bus, const 
 
 void fixChecksum(Bytes &b, std::size_t at, std::size_t from, std::size_t len)
 {
-    std::uint8_t sum = 0;
-    for (std::size_t i = from; i < from + len; ++i)
-        sum = static_cast<std::uint8_t>(sum + b[i]);
-    b[at] = static_cast<std::uint8_t>(b[at] - sum);
+    b[at] = static_cast<KRT_U8>(b[at] - std::accumulate(b.begin() + from, b.begin() + from + len, KRT_U8{0}));
 }
 
 // The table is read from the start of the file, entry point included: the
@@ -317,13 +312,6 @@ Bytes flipped(Bytes b, std::initializer_list<std::size_t> at)
     return b;
 }
 
-// Writes the table file, then looks the controller's slot up in it.
-int slotOf(const std::string &path, const Bytes &b, const char *bdf = "3a:00.00")
-{
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(b.data()), std::ssize(b));
-    return get_SMBIOS_slot_ID(bdf, path.c_str());
-}
-
 TEST(Smbios, SlotOfTheControllersBus)
 {
     const std::vector<Bytes> mixed = {structure(0, 24), systemSlot(5, 4, 0x10), systemSlot(7, 4, 0x3A, "PCIe Slot"),
@@ -367,7 +355,8 @@ TEST(Smbios, SlotOfTheControllersBus)
     for (const auto &c : cases) {
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
-        EXPECT_EQ(slotOf(path, c.file, c.bdf), c.slot) << c.name;
+        std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(c.file.data()), std::ssize(c.file));
+        EXPECT_EQ(get_SMBIOS_slot_ID(c.bdf, path.c_str()), c.slot) << c.name;
         const std::string said = testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
         if (c.says != "-") {
             EXPECT_EQ(said, c.says) << c.name;

@@ -135,6 +135,7 @@ TEST(ShellCompletion, NamesOptionsAndNothingWhereAValueIsDue)
         {"IN", {"info", "init", "inverse"}},  // command words in any case
         {"mp -i 1 ", {"--action", "--help", "--vd_id", "-a", "-h", "-i"}},
         {"info -o ", {}},  // the value of -o comes next
+        {"info --obj ", {}},
         {"adapter --l", {"--list"}},
         {"help info ID", {}},  // help takes names as the table spells them
         {"gen -", {}},

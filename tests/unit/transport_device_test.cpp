@@ -269,9 +269,9 @@ TEST_F(LinuxNodes, ScanKeepsTheControllersItAccepts)
 }
 
 // The driver list's device answers with the completion's status, whatever
-// the driver call said; behind the paired-command device a failed send is
-// not followed by a receive. The pair's envelope and head are the
-// simulator's to check.
+// the driver call said; behind the paired-command device a reply without the
+// signature fails, and a failed send is not followed by a receive. The rest
+// of the pair's envelope and head are the simulator's to check.
 TEST(DriverListDevice, StatusIsTheCompletionsAndAFailedSendEndsThePair)
 {
     fake::Installed installed;
@@ -288,8 +288,12 @@ TEST(DriverListDevice, StatusIsTheCompletionsAndAFailedSendEndsThePair)
     dev->closeHandle();
 
     dev = CreatePairCMDDeviceInstance(CreateNVMEDeviceInstance("vmhba1", 0));
+    a.driverStatus = 0;
+    a.pairReply[0] = 'X';  // a reply without the signature
+    EXPECT_EQ(dev->sendCommand(KRT_PAIR_REQUEST_OPCODE, 0, words, 2, nullptr, 0, nullptr, 0), 1u);
     fake::driver().requests.clear();
     a.completionDw3 = nvme_comp_dw3(0, 6);
+    a.driverStatus = 1;
     EXPECT_EQ(dev->sendCommand(KRT_PAIR_REQUEST_OPCODE, 0, words, 2, nullptr, 0, nullptr, 0), 1u);
     EXPECT_EQ(fake::driver().requests.size(), 1u) << "no receive after a failed send";
     dev->closeHandle();
