@@ -40,10 +40,13 @@ class Registry : public ::testing::Test {
     DeviceManagement *registry = GetDeviceManagementInstance();
 };
 
-// Which vendor and device IDs are taken shows end to end; a list count past
-// the driver's array does not.
-TEST_F(Registry, ListCountPastTheArrayIsBounded)
+// Another maker's controller, taken only with its vendor ID, shows end to
+// end; our vendor ID with another device ID, and a list count past the
+// driver's array, do not.
+TEST_F(Registry, OtherDeviceIdsAndListCountPastTheArray)
 {
+    fake::scan({fake::managedAdapter("vmhba1", KRT_PCI_VENDOR_ID, 0x1234)});
+    EXPECT_EQ(registry->getDeviceCount(), 0);
     fake::driver().listCount = 5000;
     fake::scan({fake::managedAdapter("vmhba1")});
     EXPECT_EQ(registry->getDeviceCount(), 1);

@@ -289,8 +289,10 @@ TEST(DriverListDevice, StatusIsTheCompletionsAndAFailedSendEndsThePair)
 
     dev = CreatePairCMDDeviceInstance(CreateNVMEDeviceInstance("vmhba1", 0));
     a.driverStatus = 0;
-    a.pairReply[0] = 'X';  // a reply without the signature
-    EXPECT_EQ(dev->sendCommand(KRT_PAIR_REQUEST_OPCODE, 0, words, 2, nullptr, 0, nullptr, 0), 1u);
+    a.pairReply[0] = 'X';  // a reply without the signature: nothing of it is handed over
+    KRT_U8 out[8] = {0xEE};
+    EXPECT_EQ(dev->sendCommand(KRT_PAIR_REQUEST_OPCODE, 0, words, 2, nullptr, 0, out, sizeof out), 1u);
+    EXPECT_EQ(out[0], 0xEE);
     fake::driver().requests.clear();
     a.completionDw3 = nvme_comp_dw3(0, 6);
     a.driverStatus = 1;
