@@ -1,14 +1,19 @@
 // Discovery: which adapters of the driver's list become registered
 // controllers, what the registry records for each, and the per-controller
-// lock that serves their paired requests.
+// lock that serves their paired requests. The management API's requests
+// where no command of the tool asks them (class-form requests of API
+// clients, NVM commands) or no simulated controller answers so.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstring>
+#include <functional>
 #include <string>
 
 #include "api/krt_api.h"
 #include "device/device_management.h"
 #include "device/lock.h"
+#include "firmware/progressbar.h"
 #include "platform/nvme_lib.h"
 #include "transport_fake_driver.h"
 
@@ -23,29 +28,29 @@ class Registry : public ::testing::Test {
         EXPECT_EQ(fake::driver().openHandles, 0);
     }
 
+    void twoControllers()
+    {
+        fake::scan({fake::managedAdapter("vmhba1"), fake::managedAdapter("vmhba2")});
+        ASSERT_EQ(KRT_Adapter_GetCount(), 2);
+    }
+    fake::Adapter &adapter(int i) { return fake::driver().adapters[static_cast<std::size_t>(i)]; }
+    const std::vector<fake::Request> &requests() { return fake::driver().requests; }
+
     fake::Installed installed;
     DeviceManagement *registry = GetDeviceManagementInstance();
 };
 
-TEST_F(Registry, AcceptanceByVendorAndDeviceId)
+// Another maker's controller, taken only with its vendor ID, shows end to
+// end; our vendor ID with another device ID, and a list count past the
+// driver's array, do not.
+TEST_F(Registry, OtherDeviceIdsAndListCountPastTheArray)
 {
-    const struct {
-        KRT_U16 vid, did, filter;
-        KRT_U32 listCount;  // ~0: the real one
-        int accepted;
-    } cases[] = {
-        {KRT_PCI_VENDOR_ID, KRT_PCI_DEVICE_ID, 0, ~0u, 1},
-        {KRT_PCI_VENDOR_ID, 0x1234, 0, ~0u, 0},
-        {0x8086, 0x0953, 0x8086, ~0u, 1},  // another vendor, named by --vid
-        {KRT_PCI_VENDOR_ID, KRT_PCI_DEVICE_ID, 0, 5000, 1},
-    };
-    for (const auto &c : cases) {
-        gVIDFormCLI = c.filter;
-        fake::driver().listCount = c.listCount;
-        fake::scan({fake::managedAdapter("vmhba1", c.vid, c.did)});
-        EXPECT_EQ(registry->getDeviceCount(), c.accepted) << c.vid << " " << c.did << " " << c.listCount;
-    }
-    EXPECT_EQ(nvme_adapter_count(adapterList()), 64u) << "a count past the array is bounded";
+    fake::scan({fake::managedAdapter("vmhba1", KRT_PCI_VENDOR_ID, 0x1234)});
+    EXPECT_EQ(registry->getDeviceCount(), 0);
+    fake::driver().listCount = 5000;
+    fake::scan({fake::managedAdapter("vmhba1")});
+    EXPECT_EQ(registry->getDeviceCount(), 1);
+    EXPECT_EQ(nvme_adapter_count(adapterList()), 64u);
 }
 
 TEST_F(Registry, PciAddressAndSubnqnText)
@@ -81,20 +86,6 @@ TEST_F(Registry, PciAddressAndSubnqnText)
     EXPECT_EQ(registry->getDeviceSUBNQN(0), nqn + std::string(40 - nqn.size(), ' ') + "Z" + std::string(19, ' ') + "7");
 }
 
-// Discovery names the semaphore; the first paired request opens it.
-TEST_F(Registry, SemaphoreIsOpenedByTheFirstPairedRequest)
-{
-    fake::scan({fake::managedAdapter("vmhba1")});
-    ASSERT_EQ(registry->getDeviceCount(), 1);
-    const KRTLock *lock = registry->getDevice(0)->getNVMEDevice()->m_lock;
-    ASSERT_NE(lock, nullptr);
-    EXPECT_STREQ(lock->lockName, "krtd00");
-    EXPECT_EQ(lock->m_handle, nullptr);
-    _NVME_Adapter_Info info{};
-    EXPECT_EQ(KRT_Adapter_GetInfo(0, &info), 0u);
-    EXPECT_NE(lock->m_handle, nullptr);
-}
-
 TEST_F(Registry, PlaceholderBeyondTheRegisteredDevicesRefusesEverything)
 {
     fake::scan({fake::managedAdapter("vmhba1")});
@@ -114,6 +105,118 @@ TEST_F(Registry, PlaceholderBeyondTheRegisteredDevicesRefusesEverything)
     placeholder->closeHandle();  // the placeholder outlives every close
     EXPECT_EQ(placeholder->sendCommand(6, 0, words, 1, nullptr, 0, nullptr, 0), 1u);
     EXPECT_TRUE(fake::driver().requests.empty());
+}
+
+TEST_F(Registry, ControllerInformationDefaultsAndIndexes)
+{
+    twoControllers();
+    _NVME_Adapter_Info rec{};
+    rec.PortCount = 4;
+    rec.MaxVD = 9;
+    fake::answer(adapter(1).adapterInfo, rec);
+    fake::answer(adapter(1).pairReply, rec);
+    _NVME_Adapter_Info got{};
+    const auto limits = [&] { return std::vector<KRT_U32>{got.MaxPD, got.MaxVD, got.MaxFlashSize}; };
+    // Discovery names the semaphore; the first paired request opens it.
+    const KRTLock *lock = registry->getDevice(1)->getNVMEDevice()->m_lock;
+    EXPECT_STREQ(lock->lockName, "krtd01");
+    EXPECT_EQ(lock->m_handle, nullptr);
+    for (auto get : {KRT_Adapter_GetSimpleInfo, KRT_Adapter_GetInfo}) {
+        ASSERT_EQ(get(1, &got), 0u);
+        EXPECT_EQ(limits(), (std::vector<KRT_U32>{4, 9, 0x800000})) << "no disk limit: one per port";
+    }
+    EXPECT_NE(lock->m_handle, nullptr);
+    EXPECT_EQ(requests()[0].adapter, "vmhba2");
+    EXPECT_EQ(fake::dwords(requests()[0].io, 12, 13), std::vector<KRT_U32>{0xE0});
+
+    rec.MaxPD = 8;
+    rec.MaxFlashSize = 0x1000;
+    fake::answer(adapter(1).adapterInfo, rec);
+    ASSERT_EQ(KRT_Adapter_GetSimpleInfo(256 + 1, &got), 0u) << "the index is narrowed to eight bits";
+    EXPECT_EQ(limits(), (std::vector<KRT_U32>{8, 9, 0x1000}));
+    EXPECT_EQ(KRT_Adapter_GetSimpleInfo(5, &got), 1u) << "the placeholder refuses";
+    EXPECT_EQ(KRT_Adapter_GetInfo(5, &got), 1u);
+}
+
+TEST_F(Registry, AdminPrintsItsStatusAndNvmDoesNot)
+{
+    twoControllers();
+    adapter(0).completionDw3 = nvme_comp_dw3(1, 6);
+    adapter(0).driverStatus = 1;
+    const KRT_U32 words[1] = {0};
+    KRT_U8 out[16];
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(KRT_Adapter_Admin(0, NVME_ADMIN_FW_COMMIT, 0, words, 1, nullptr, 0, out, sizeof out), 0x106u);
+    EXPECT_EQ(KRT_Adapter_Admin(0, 9, 0, words, 1, nullptr, 0, out, sizeof out), 1u);
+    EXPECT_EQ(KRT_Adapter_NVM(0, 2, 1, words, 1, nullptr, 0, out, sizeof out), 0u);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Invalid Firmware Slot (Status Code: 0x106)\nInvalid Command Opcode (Status Code: 0x1)\n");
+}
+
+// Class, sub-command, optional parameter and input length of class-form
+// requests, read back from the request head: an odd length, a parameter,
+// the largest input.
+TEST_F(Registry, ClassFormRequests)
+{
+    twoControllers();
+    std::vector<KRT_U8> buf(4096, 0);
+    KRT_U8 *b = buf.data();
+    _NVME_NS_Info ns[2];
+    const struct {
+        const char *name;
+        std::function<KRT_U32()> call;
+        KRT_U16 cls, sub;
+        int param;  // -1: none
+        KRT_U16 inLen;
+    } cases[] = {
+        {"PD_OEM", [&] { return KRT_PD_OEM(0, b, 40); }, 225, 3, -1, 57},
+        {"NS_GetInfo_VD", [&] { return KRT_NS_GetInfo_VD(0, 0x1234, ns, 2); }, 229, 1, 0x1234, 0},
+        {"Page_Event", [&] { return KRT_Page_Event(0, b); }, 254, 4, -1, 4096},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        std::fill(buf.begin(), buf.end(), 0);
+        reinterpret_cast<_RequestHeader *>(b)->numRequested = 2;
+        fake::driver().requests.clear();
+        EXPECT_EQ(c.call(), 0u);
+        ASSERT_EQ(requests().size(), 2u);
+        EXPECT_EQ(requests()[0].io.cmd[12], (KRT_U32{c.sub} << 16) | c.cls);
+        // Word count, input length, class, sub-command, parameter.
+        const std::vector<KRT_U8> &h = requests()[0].sent;
+        const auto u16 = [&](int at) { return h[at] | (h[at + 1] << 8); };
+        EXPECT_EQ((std::vector<int>{h[4], u16(6), u16(8), u16(10), c.param < 0 ? -1 : u16(12)}),
+                  (std::vector<int>{c.param < 0 ? 2 : 3, c.inLen, c.cls, c.sub, c.param}));
+    }
+}
+
+// The API's VD changes (no command of the tool makes them this way) run the
+// guard's hooks only after success.
+TEST_F(Registry, VdChangesRunTheHooksOnlyAfterSuccess)
+{
+    twoControllers();
+    std::vector<KRT_U8> create(KRT_CREATE_VD_SIZE, 0);
+    adapter(0).pairReply[8 + 7] = 2;  // two VDs: the hooks only log, so each request is one pair
+    EXPECT_EQ(KRT_VD_Create(0, create.data()), 0u);
+    EXPECT_EQ(requests().size(), 4u) << "the request and the hook's VD list";
+    EXPECT_EQ(requests()[0].io.cmd[12], 0x300E2u);
+    fake::driver().requests.clear();
+    EXPECT_EQ(KRT_VD_Delete(0, 9), 0u);
+    ASSERT_EQ(requests().size(), 4u) << "the hook's VD list, then the request";
+    EXPECT_EQ(requests()[2].io.cmd[12], 0x400E2u);
+    EXPECT_EQ(requests()[2].sent[16], 9);
+    fake::driver().requests.clear();
+    adapter(0).pairReply[4] = 0x3C;
+    EXPECT_EQ(KRT_VD_Create(0, create.data()), 0x3Cu);
+    EXPECT_EQ(requests().size(), 2u) << "no hook after a failed request";
+
+    // A flash's progress is kept per controller (the index narrowed to eight bits).
+    _NVME_Flash_Result result{};
+    EXPECT_EQ(KRT_Adapter_Flash_Result(0, nullptr), 1u);
+    EXPECT_EQ(KRT_Adapter_Flash(0, "image.bin", 1, 2, 0), 0u);
+    EXPECT_EQ((std::vector<KRT_U32>{KRT_Adapter_Flash_Result(256, &result), KRT_Adapter_Flash_Result(1, &result)}),
+              (std::vector<KRT_U32>{0, 1}));
+    progressbar_management_close();
+    EXPECT_EQ(KRT_Adapter_Flash_Result(0, &result), 1u);
 }
 
 // Costs the five seconds of the deadline: nothing else notices a wait that

@@ -1,21 +1,16 @@
-// The tokenizer's corners, the dispatcher's lookup and help, what Tab offers,
-// and the commands in one-base numbering, which is never on at run time.
+// The tokenizer's corners, the dispatcher's lookup and help, and what Tab
+// offers where the terminal tests do not go.
 #include "shell/shell.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cstring>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "commands/commands.h"
-#include "krt/records.h"
 #include "shell/completion.h"
-#include "stream_capture.h"
-#include "text.h"
-#include "util/state.h"
+#include "unit_support.h"
 
 namespace {
 
@@ -72,22 +67,6 @@ TEST(ShellParse, SplitsLinesIntoWordsUpToTheCapacity)
     EXPECT_EQ(words.back(), "w63");
 }
 
-// What dispatching the words (split at blanks) returned and printed.
-std::pair<int, std::string> run(const std::string &line)
-{
-    pCmdTable = generalCmdTableV1;
-    cmdTableSize = generalCmdTableV1Size();
-    std::istringstream in(line);
-    Words words{std::istream_iterator<std::string>(in), {}};
-    std::vector<char *> argv;
-    for (std::string &w : words)
-        argv.push_back(w.data());
-    argv.push_back(nullptr);
-    krt_unit::StreamCapture out;
-    const int result = cmdDispatcher(static_cast<int>(words.size()), argv.data());
-    return {result, out.text()};
-}
-
 std::string description(const Command_Info &e)
 {
     return std::string("Description") + e.cmdShortHelp + "\n" + e.cmdHelp;
@@ -105,13 +84,17 @@ TEST(ShellHelp, EveryCommandsDashHAndNamedHelp)
         const Command_Info &e = i < 28 ? generalCmdTableV1[i] : hiddenCmdTableV1[i - 28];
         EXPECT_EQ(std::strchr(e.cmdHelp, '%'), nullptr) << e.cmd;
         EXPECT_EQ(e.cmdLen, static_cast<int>(std::strlen(e.cmd)) + 1) << e.cmd;
-        EXPECT_EQ(run(e.cmd + std::string(" -h")).second.substr(0, description(e).size()), description(e));
+        EXPECT_EQ(krt_unit::runLine(e.cmd + std::string(" -h")).second.substr(0, description(e).size()),
+                  description(e));
     }
     // What help says: named commands' help, or "!name" for none.
     const std::pair<const char *, const char *> cases[] = {
-        {"HELP vd spi", "vd spi"},        {"he VD", "!VD"},          {"help gen", "!gen"},  // hidden: no help
-        {"help foo vd", "!foo vd"},       {"help vd foo bar", "vd"}, {"help foo bar", "!foo !bar"},
-        {"help --debug", "help"},         {"? vd -x", "?"},  // any option: help's own
+        {"he VD", "!VD"},
+        {"help gen", "!gen"},  // hidden: no help
+        {"help vd foo bar", "vd"},
+        {"help foo bar", "!foo !bar"},
+        {"help --debug", "help"},
+        {"? vd -x", "?"},                  // any option: help's own
         {"help vd -\x01utput out", "vd"},  // the marked "-output" word and its file name are passed over
     };
     for (const auto &[line, named] : cases) {
@@ -121,7 +104,7 @@ TEST(ShellHelp, EveryCommandsDashHAndNamedHelp)
         for (std::string name; in >> name;)
             expected += name[0] == '!' ? "No help available for '" + name.substr(1) + "'\n"
                                        : description(*lookupCommand(name.c_str(), &matches));
-        EXPECT_EQ(run(line), std::make_pair(0, expected)) << line;
+        EXPECT_EQ(krt_unit::runLine(line), std::make_pair(0, expected)) << line;
     }
 }
 
@@ -150,13 +133,10 @@ TEST(ShellCompletion, NamesOptionsAndNothingWhereAValueIsDue)
     cmdTableSize = generalCmdTableV1Size();
     const std::pair<const char *, Words> cases[] = {
         {"IN", {"info", "init", "inverse"}},  // command words in any case
-        {"ge", {"get"}},                      // never a hidden command
-        {"rebuild --", {"--action", "--help", "--pd_id", "--vd_id"}},
         {"mp -i 1 ", {"--action", "--help", "--vd_id", "-a", "-h", "-i"}},
         {"info -o ", {}},  // the value of -o comes next
         {"info --obj ", {}},
         {"adapter --l", {"--list"}},
-        {"help id", {"identify"}},
         {"help info ID", {}},  // help takes names as the table spells them
         {"gen -", {}},
     };
@@ -166,77 +146,6 @@ TEST(ShellCompletion, NamesOptionsAndNothingWhereAValueIsDue)
         EXPECT_EQ(completion.start, std::string_view(line).find_last_of(' ') + 1) << line;
     }
     EXPECT_EQ(completeShellLine("").candidates.size(), std::size_t{generalCmdTableV1Size()});
-}
-
-constexpr KRT_U32 kRaid = KRT_FEATURE_RAID | KRT_FEATURE_IMPORT, kJbof = KRT_FEATURE_IMPORT;
-
-// As controller 0 of two: typed controller, disk and VD numbers count from 1,
-// request words from 0, namespace ids and "every table" are never shifted.
-// With debugging on the words show before they are sent; nothing answers.
-TEST(OneBase, TypedNumbersCountFromOne)
-{
-    const struct {
-        const char *words;
-        int status;
-        std::string out;  // a part of the output
-        int current = 0;  // the controller chosen afterwards
-        KRT_U32 features = kRaid;
-    } cases[] = {
-        {"adapter -i 0", 1, "-i : invalid NVMe Controller id '0'\n"},
-        {"adapter -i 3", 1, "NVMe Controller 3 does not exist.\n"},
-        {"adapter -i x1", 1, "-i : invalid NVMe Controller id 'x1'\n"},
-        {"adapter -i 2", 0,
-         "NVMe Controller 2 set as default CLI commands refers to.\nUpdated current NVMe Controller id : 0\n", 1},
-        {"adapter -i 1 -i 1", 1, "refers to.\nNVMe Controller 1 set as default CLI commands refers to.\nDuplicated"},
-        {"get -o hba -i 0", 1, "-i : invalid id '0'\n"},
-        {"get -o hba -i 3", 1, "-i : invalid id '3'\n"},
-        {"get -o hba -i 2", 1, "CDW[12]: 0x000001e0\n"},
-        {"set -o hba -i 0 -a on", 1, "-i : invalid id '0'\n"},
-        {"set -o hba -i 1 -v 0", 1, "-v : invalid vd id '0'\n"},
-        {"set -o hba -i 1 -v 2", 1, "Unable to get configuration info of adapter 0\n"},
-        {"info -o pd -i 1", 0, "CDW[12]: 0x000000e1\nCDW[14]: 0x00000000\n"},
-        {"info -o vd -i 3", 0, "CDW[12]: 0x000000e2\nCDW[14]: 0x00000002\n"},
-        // Below the first number: reported, then asked for all the same.
-        {"info -o pd -i 0", 0,
-         "-i : id should be a number\nCDW[0] : 0x000000e2\nCDW[12]: 0x000000e1\nCDW[14]: 0x0000ffff"},
-        {"info -o vd -i 0", 0, "CDW[12]: 0x000000e2\nCDW[14]: 0x0000ffff\n"},
-        {"info -o pd -i 256", 0, "\nNo physical disk is found.\n"},  // id 255: every disk
-        {"info -o ns -t vd -v 3", 0, "CDW[12]: 0x000301e5\nCDW[14]: 0x00000000\n"},
-        {"import -l 0", 1, "-l : invalid VD ID '0'\n", 0, kJbof},
-        {"import -p 0 -l 1", 1, "-p : invalid PD ID '0'\n", 0, kJbof},
-        {"import -n 0 -l 1", 1, "-n : invalid NS Table ID '0'\n", 0, kJbof},
-        {"import -i 0 -l 1", 1, "-i : invalid NVMe Controller id '0'\n", 0, kJbof},
-        {"import -i 3 -l 1", 1, "NVMe Controller 2 does not exist.\n", 0, kJbof},
-        {"import -p 3 -n 0xff -l 1", 0, "CDW[12]: 0x000009e1\nCDW[14]: 0x00ff0002\n\nFail to import NS Table ID 256.\n",
-         0, kJbof},
-        {"import -p 1 -n 0x10 -l 1", 0, "CDW[14]: 0x000f0000\n", 0, kJbof},
-        {"import -p 1 -n 65536 -l 1", 0, "CDW[14]: 0xffff0000\n", 0, kJbof},
-        {"import -l 65536", 0, "CDW[14]: 0x0000ffff\n\nUnable to get info of VD\n"},
-        {"import -l 65537", 1, "-l : invalid VD ID '65537'\n"},
-        {"reset -i 0", 0, "-i : invalid device id '0'\n"},
-        {"reset -i 65537", 0, "-i : invalid device id '65537'\n"},
-        {"reset -t power -a on -i 3", 1, "Power Pin ID only support 1 or 2\n"},
-        {"reset -t power -a off -i 2", 1, "CDW[14]: 0x02010001\nReset failed.\n"},
-        {"reset -t perstn -a off -i 4", 1, "CDW[12]: 0x000008e1\nCDW[14]: 0x02020003\n"},
-        {"led -o rc -i 0 -a on", 0, "-i : invalid id '0'\n"},
-        {"led -o rc -i 3 -a qb", 1,
-         "CDW[0] : 0x000000e2\nCDW[12]: 0x000007e1\nCDW[14]: 0x00030002\nLED control failed.\n"},
-    };
-    _NVME_Adapter_Info infos[2]{};
-    g_pAdInfos = infos;
-    g_oneBaseMode = 1;
-    dbg_enable = 1;
-    gNumAdaptersFound = 2;
-    for (const auto &c : cases) {
-        infos[0].Features = infos[1].Features = c.features;
-        gCurrentAdapter = 0;
-        const auto [status, out] = run(c.words);
-        EXPECT_EQ(status, c.status) << c.words;
-        EXPECT_TRUE(krt_test::has(out, c.out)) << c.words << "\n" << out;
-        EXPECT_EQ(gCurrentAdapter, c.current) << c.words;
-    }
-    g_pAdInfos = nullptr;
-    g_oneBaseMode = dbg_enable = gNumAdaptersFound = gCurrentAdapter = 0;
 }
 
 }  // namespace

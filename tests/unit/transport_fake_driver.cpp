@@ -1,5 +1,6 @@
 #include "transport_fake_driver.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <mutex>
@@ -23,10 +24,8 @@ int fakeInit(vmk_MgmtApiSignature *sig, KRT_U64, vmk_MgmtUserHandle *handle)
     Driver &d = driver();
     const std::string name(sig->name.string, strnlen(sig->name.string, sizeof sig->name.string));
     int found = name == NVME_MGMT_NAME ? -1 : -2;
-    for (std::size_t i = 0; i < d.adapters.size(); ++i) {
-        if (d.adapters[i].signature == name)
-            found = static_cast<int>(i);
-    }
+    for (std::size_t i = 0; i < d.adapters.size(); ++i)
+        found = d.adapters[i].signature == name ? static_cast<int>(i) : found;
     if (found == -2)
         return ENOENT;
     *handle = new Handle{found};
@@ -127,16 +126,9 @@ void scan(const std::vector<Adapter> &adapters)
 std::vector<Request> sent(KRT_U8 opcode)
 {
     std::vector<Request> out;
-    for (const auto &r : driver().requests) {
-        if ((r.io.cmd[0] & 0xFF) == opcode)
-            out.push_back(r);
-    }
+    std::copy_if(driver().requests.begin(), driver().requests.end(), std::back_inserter(out),
+                 [&](const Request &r) { return (r.io.cmd[0] & 0xFF) == opcode; });
     return out;
-}
-
-std::vector<KRT_U32> dwords(const usr_io &io, int from, int to)
-{
-    return std::vector<KRT_U32>(io.cmd + from, io.cmd + to);
 }
 
 Adapter managedAdapter(const std::string &name, KRT_U16 vid, KRT_U16 did)

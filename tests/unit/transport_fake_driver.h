@@ -1,7 +1,6 @@
-// An in-process stand-in for the platform library and the NVMe driver
-// behind it, installed through the platform binding's entry-point seam.
-// Tests describe adapters, then read back every request the tool made; the
-// fuzz targets answer each request from their input instead.
+// An in-process platform library and NVMe driver, installed through the
+// platform binding's entry-point seam. Tests describe adapters, then read back
+// every request the tool made; the fuzz targets answer each one from their input.
 #pragma once
 
 #include <array>
@@ -47,14 +46,17 @@ struct Driver {
 
 Driver &driver();
 
-// An adapter of the managed kind: vendor and device ID as the build sets them.
+// An adapter of the managed kind (vendor and device ID as the build sets them).
 Adapter managedAdapter(const std::string &name, KRT_U16 vid = KRT_PCI_VENDOR_ID, KRT_U16 did = KRT_PCI_DEVICE_ID);
 
 // Registers the adapters afresh in the process-wide registry, then forgets the scan's requests.
 void scan(const std::vector<Adapter> &adapters);
 // Requests of one wire opcode; words from..to-1 of a request.
 std::vector<Request> sent(KRT_U8 opcode);
-std::vector<KRT_U32> dwords(const usr_io &io, int from, int to);
+inline std::vector<KRT_U32> dwords(const usr_io &io, int from, int to)
+{
+    return {io.cmd + from, io.cmd + to};
+}
 // Puts a record into a reply page, behind the reply's head.
 template <typename T>
 void answer(Page &page, const T &record, std::size_t at = 0)

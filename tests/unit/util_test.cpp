@@ -1,28 +1,28 @@
 // The shared text routines, the status line of a failed request, the JSON
-// output's key rule, escaping, records and verdict, and the labelled-field
-// writer, at the edges no command or controller reaches.
+// output's key rule, escaping and records, the labelled-field writer, and the
+// firmware image's checksum and CRC, at the edges no command or controller
+// reaches.
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cstdio>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "api/krt_api.h"
 #include "api/status.h"
-#include "stream_capture.h"
+#include "firmware/image.h"
+#include "unit_support.h"
 #include "util/fields.h"
 #include "util/json_output.h"
 #include "util/text.h"
 
 namespace {
 
-using json_output::Value;
-using json_output::Verdict;
 using nlohmann::json;
+using Bytes = std::vector<KRT_U8>;
 
 TEST(TextRoutines, IsNumberStrlwrAndRaidModes)
 {
@@ -52,6 +52,7 @@ TEST(TextRoutines, IsNumberStrlwrAndRaidModes)
         EXPECT_STREQ(RaidModeStr(static_cast<KRT_U8>(code)), "unknown") << code;
 }
 
+// Single quotes are refused end to end (adapter -s 'x').
 TEST(TextRoutines, NoQuoteStrncpyStripsEnclosingQuotes)
 {
     const struct {
@@ -74,48 +75,26 @@ TEST(TextRoutines, NoQuoteStrncpyStripsEnclosingQuotes)
         EXPECT_EQ(noQuoteStrncpy(dst.data(), c.src, c.n), 0) << c.src;
         EXPECT_STREQ(dst.data(), c.expected) << c.src << " n=" << c.n;
     }
-    std::array<char, 8> dst{};
-    dst.fill('X');
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(noQuoteStrncpy(dst.data(), "'abc'", 5), 1);
-    std::fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Please use double quotation mark to include strings.");
-    EXPECT_EQ(dst[0], 'X');
 }
 
-TEST(TextRoutines, DumpContentPrintsRowsOfSixteen)
-{
-    std::array<unsigned char, 20> data{};
-    for (std::size_t i = 0; i < data.size(); ++i)
-        data[i] = static_cast<unsigned char>(0xF0 + i);
-    const std::string header = "[RAW Data]\n      00 01 02 03 04 05 06 07 08 09 10 11 12 13 14 15 \n";
-    krt_unit::StreamCapture out;
-    dumpContent(data.data(), static_cast<long>(data.size()));
-    dumpContent(nullptr, 0);
-    dumpContent(nullptr, -5);
-    EXPECT_EQ(out.text(), header +
-                              "\n0000  f0 f1 f2 f3 f4 f5 f6 f7 f8 f9 fa fb fc fd fe ff "
-                              "\n0016  00 01 02 03 \n" +
-                              header + "\n" + header + "\n");
-}
-
-TEST(TextRoutines, StatusLines)
+TEST(TextRoutines, EmptyDumpAndStatusLines)
 {
     const struct {
         KRT_U32 status;
         const char *line;
     } cases[] = {
-        {0, ""},  // success prints nothing
+        // Success prints nothing; the rest are the corners no controller's answer reaches.
+        {0, ""},
         {0x0106, "Invalid Firmware Slot (Status Code: 0x106)\n"},
-        {0x0107, "Invalid Firmware Image (Status Code: 0x107)\n"},
-        {0x0702, "Unknown error (Status Code: 0x702)\n"},
         {static_cast<KRT_U32>(-22), "Unknown error (Status Code: 0xffffffea)\n"},
-        {1, "Invalid Command Opcode (Status Code: 0x1)\n"},
         {0x0200, "Unknown Status (Status Code: 0x200)\n"},
         {132, "Format In Progress (Status Code: 0x84)\n"},
         {0x0733, "LD is not redundant (Status Code: 0x733)\n"},
         {0x0301, "Invalid Queue Identifier (Status Code: 0x301)\n"},  // SCT 3 has bit 8 set
     };
+    // A dump of nothing is its header alone (rows of sixteen show end to end).
+    EXPECT_EQ(krt_unit::printed([] { dumpContent(nullptr, -5); }),
+              "[RAW Data]\n      00 01 02 03 04 05 06 07 08 09 10 11 12 13 14 15 \n\n");
     for (const auto &c : cases) {
         testing::internal::CaptureStdout();
         _showStatusCode(c.status);
@@ -171,90 +150,37 @@ TEST(JsonText, KeysFromLabelsAndTextAsValidUtf8)
     EXPECT_EQ(json_output::trimmed(std::string_view("\0 \0", 3)), "");
 }
 
-// The document written after `fill`, as text. What other tests in this
-// process left noted goes first into one that nobody reads.
-template <class Fill>
-std::string document(Fill fill, const std::vector<std::string> &argv = {"x"}, int status = 0,
-                     std::optional<json_output::ControllerRef> controller = std::nullopt)
+// Records cut short still close; keys that repeat stay apart. What other
+// tests in this process left noted goes first into a document nobody reads.
+TEST(JsonText, RecordsCutShortStillCloseAndKeysStayApart)
 {
-    std::FILE *file = std::tmpfile();
-    json_output::setDestination(file);
+    json_output::setDestination(std::tmpfile());
     json_output::writeDocument({}, 0, std::nullopt);
     json_output::closeDestination();
-    file = std::tmpfile();
+    std::FILE *file = std::tmpfile();
     json_output::setDestination(file);
-    fill();
-    EXPECT_TRUE(json_output::writeDocument(argv, status, controller));
+    json_output::numberField("Total # of PD:", "4");  // outside any record
+    json_output::beginListing("outer");
+    json_output::beginRecord("controller");
+    json_output::stringField("Name:", "a");
+    json_output::stringField("Name:", "b");
+    json_output::beginListing("PCIe links");
+    json_output::beginRecord("pcie_link");
+    json_output::boolField("Up:", true);
+    // No end of the link, the listing or the record: the listing was cut short.
+    EXPECT_TRUE(json_output::writeDocument({"info"}, 1, std::nullopt));
     std::rewind(file);
     std::string text(4096, '\0');
     text.resize(std::fread(text.data(), 1, text.size(), file));
     json_output::closeDestination();
-    return text;
-}
-
-TEST(JsonText, RecordsCutShortStillCloseAndKeysStayApart)
-{
-    const std::string text = document(
-        [] {
-            json_output::numberField("Total # of PD:", "4");  // outside any record
-            json_output::beginListing("outer");
-            json_output::beginRecord("controller");
-            json_output::stringField("Name:", "a");
-            json_output::stringField("Name:", "b");
-            json_output::beginListing("PCIe links");
-            json_output::beginRecord("pcie_link");
-            json_output::boolField("Up:", true);
-            // No end of the link, the listing or the record: the listing was cut short.
-            json_output::noteStatus(0x181, "failed");
-        },
-        {"info", "-o", "hba"}, 1, json_output::ControllerRef{0, 1});
     EXPECT_EQ(text.find('\n'), text.size() - 1);  // one line
-    const json doc = json::parse(text);
-    EXPECT_EQ(doc["json_format_version"], json::array({2, 0}));
-    EXPECT_EQ(doc["krt_cli"]["exit_status"], 1);
-    EXPECT_EQ(doc["controller"]["number"], 1);
-    EXPECT_EQ(doc["status"]["value"], 0x181);
-    EXPECT_EQ(doc["result"], json::parse(R"({"kind": "request_failed", "message": "failed", "status": 385})"));
-    EXPECT_EQ(doc["records"], json::parse(R"([{"record": "summary", "total_of_pd": 4},
+    EXPECT_EQ(json::parse(text)["records"], json::parse(R"([{"record": "summary", "total_of_pd": 4},
         {"record": "controller", "name": "a", "name_2": "b", "pcie_links": [{"record": "pcie_link", "up": true}]}])"));
 }
 
-TEST(JsonVerdict, TheFirstFailureStandsAndSuccessOnlyWhileNothingElse)
-{
-    const struct {
-        std::vector<std::pair<Verdict, const char *>> notes;  // a null message: none said
-        const char *result;
-    } cases[] = {
-        {{}, R"({"kind": "ok", "message": null})"},
-        {{{Verdict::Ok, "cmd success\n"}, {Verdict::Ok, "\nVD 1 import successfully.\n"}},
-         R"({"kind": "ok", "message": "VD 1 import successfully."})"},
-        // What follows from a failure does not replace it.
-        {{{Verdict::NotFound, "\nUnable to get info of PD\n"}, {Verdict::RequestFailed, "cmd failed.\n"}},
-         R"({"kind": "not_found", "message": "Unable to get info of PD"})"},
-        {{{Verdict::UsageError, nullptr}, {Verdict::Ok, "Set debug mode to enable\n"}},
-         R"({"kind": "usage_error", "message": null})"},
-        {{{Verdict::Ok, "Reset success\n"}, {Verdict::Refused, "Not available.\n"}},
-         R"({"kind": "refused", "message": "Not available."})"},
-        {{{Verdict::NoController, "No NVMe Controller is found."}, {Verdict::UsageError, "x"}},
-         R"({"kind": "no_controller", "message": "No NVMe Controller is found."})"},
-    };
-    for (const auto &c : cases) {
-        const json doc = json::parse(document([&] {
-            for (const auto &[kind, message] : c.notes) {
-                if (message == nullptr)
-                    json_output::noteResult(kind);
-                else
-                    json_output::noteResult(kind, message);
-            }
-        }));
-        EXPECT_EQ(doc["result"], json::parse(c.result));
-    }
-    // A request's status beside its line.
-    EXPECT_EQ(json::parse(document([] { json_output::noteRequestFailed(0x706, "Invalid HD ID"); }))["result"],
-              json::parse(R"({"kind": "request_failed", "message": "Invalid HD ID", "status": 1798})"));
-}
-
-TEST(Fields, DeviceTextsCountersSizesAndJsonMindedFields)
+// The labelled fields themselves show in every command's output; the sizes and
+// counters here are past what a simulated controller reports.
+TEST(Fields, DeviceTextsCountersAndSizes)
 {
     // 2^31 * 2^33 wraps to 0 in 64 bits.
     EXPECT_EQ(sizeInGigabytes(0x80000000u, 0x200000000ull), 0);
@@ -273,19 +199,44 @@ TEST(Fields, DeviceTextsCountersSizesAndJsonMindedFields)
     };
     for (const auto &c : counters)
         EXPECT_EQ(decimal128(c.bytes), c.decimal);
+}
 
-    // What the writer's JSON-minded fields leave in the text.
-    krt_unit::StreamCapture out;
-    FieldWriter(stream, 6).typed("PDs:", "0 ? ", Value::null(), "pd_ids");
-    FieldWriter(stream, 7).choice("Cache:", "On ", 1);
-    const FieldWriter writer(stream, 0);
-    writer.extra("index", Value::number(1));
-    writer.heading("== heading ==\n");
-    writer.beginRecord("x");
-    writer.endRecord();
-    EXPECT_EQ(out.text(), "PDs:   0 ? \nCache:  On \n== heading ==\n");
-    // No stream: a record only the JSON output shows.
-    FieldWriter(nullptr, 4).str("B:", "b");
+// An image of `length` bytes starting with these little-endian words.
+Bytes words(std::initializer_list<KRT_U32> values, std::size_t length)
+{
+    Bytes image(length, 0);
+    std::size_t at = 0;
+    for (KRT_U32 v : values) {
+        for (int b = 0; b < 4; ++b)
+            image[at + b] = static_cast<KRT_U8>(v >> (8 * b));
+        at += 4;
+    }
+    return image;
+}
+
+TEST(FirmwareImage, ChecksumAndCrc)
+{
+    // The wrapping sum of the words, 0 for a good image; 1 for no whole blocks.
+    const std::pair<Bytes, KRT_U32> sums[] = {
+        {{}, 0},  // no words: nothing to object to
+        {words({}, 5000), 1},
+        {words({0xFFFFFFFF, 1}, 4096), 0},
+        {words({0x01020304, 0x10}, 4096), 0x01020314},
+    };
+    for (const auto &[image, result] : sums)
+        EXPECT_EQ(checksumResult(image.empty() ? nullptr : image.data(), image.size()), result) << image.size();
+    EXPECT_EQ(checksumResult(nullptr, 4096), 1u) << "an image that could not be read";
+
+    const std::string check = "123456789";
+    const auto *digits = reinterpret_cast<const KRT_U8 *>(check.data());
+    // The standard CRC-32 check value 0xCBF43926, without its final inversion.
+    EXPECT_EQ(crc32(0xFFFFFFFF, digits, 9), 0x340BC6D9u);
+    EXPECT_EQ(crc32(crc32(0xFFFFFFFF, digits, 4), digits + 4, 5), 0x340BC6D9u) << "a CRC carries on from its seed";
+    // The controller's form: zero padding to whole blocks, bytes swapped.
+    const Bytes zeros(4096, 0);
+    EXPECT_EQ(crcMake(zeros.data(), 4096), 0xEEFFE338u);
+    EXPECT_EQ(crcMake(zeros.data(), 1), 0xEEFFE338u) << "one byte padded to a block";
+    EXPECT_EQ(crcMake(nullptr, 0), 0xFFFFFFFFu);
 }
 
 }  // namespace
