@@ -4,9 +4,10 @@
 // signal, and without a sanitizer report when the build carries them.
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <sstream>
 
-#include "command_lines.h"
+#include "harness.h"
 #include "machine.h"
 
 namespace krt_test {
@@ -38,11 +39,8 @@ TEST_P(FaultMatrix, EveryCommandEndsCleanly)
     options.input = "y\ny\n";
     options.timeoutSeconds = 30;
     for (const std::string &line : krt_fuzz::commandLines("fw.bin", "spi_in.bin", "out.bin")) {
-        std::vector<std::string> words;
         std::istringstream in(line);
-        for (std::string word; in >> word;)
-            words.push_back(word);
-        const RunResult r = machine.cli(words, options);
+        const RunResult r = machine.cli({std::istream_iterator<std::string>(in), {}}, options);
         EXPECT_FALSE(r.timedOut) << line << ": did not end within " << options.timeoutSeconds << " s";
         EXPECT_EQ(r.signal, 0) << line << ": ended by a signal\n" << r.err;
         for (const char *report : {"runtime error:", "Sanitizer"})

@@ -2,6 +2,7 @@
 // request from a script (the fuzz input), a process set up so that nothing
 // reaches a device, a terminal or the file tree, and one run of the tool as
 // its start-up would make it, with the process-wide state put back after.
+// The fault matrix takes the command lines from here too.
 #pragma once
 
 #include <cstddef>
@@ -20,20 +21,11 @@ namespace krt_fuzz {
 // request's buffer whatever the kind.
 enum class Kind : std::uint8_t { Success = 0, DriverStatus = 1, Completion = 2, CallFails = 3 };
 
-struct Record {
-    Kind kind = Kind::Success;
-    std::uint16_t code = 0;
-    std::vector<std::uint8_t> data;
-};
-
 // How requests are answered once the script is used up.
 enum class WhenExhausted {
     Healthy,  // as a controller with nothing configured: signed, empty replies
     Fail,     // every request fails at the driver
 };
-
-// The script form of records, for the seed corpus.
-void appendRecord(std::vector<std::uint8_t> &out, const Record &record);
 
 // Once per process: standard output and the tool's output stream go to
 // /dev/null, getopt stays quiet, and the fake driver replaces the platform
@@ -57,5 +49,42 @@ int runLine(const std::string &line);
 // under /proc/self/fd that stays valid until the next call with the same
 // slot (0..3).
 std::string fileWith(int slot, const std::uint8_t *data, std::size_t size);
+
+// Every command of both tables with the options people type, so that every
+// decoder and printer meets whatever a controller answers: the reply target
+// runs the one each input chooses, the fault matrix runs them all in turn.
+// The reply seeds name a line by its index: new lines go at the end.
+// `image` and `spi` are files the commands read, `out` one they write.
+inline std::vector<std::string> commandLines(const std::string &image, const std::string &spi, const std::string &out)
+{
+    return {"adapter --list", "adapter -i 1", "adapter -n nqn.2026-01.io.krt:nvme-controller:serial:KRT00001001",
+            "info -o hba", "info -o pd", "info -o pd -i 1", "info -o vd", "info -o vd -i 0", "info -o ns",
+            "info -o ns -t host", "info -o ns -t vd -v 0", "event", "event -c 0", "event -c 20", "log -a show",
+            "log -a show --outputfile " + out, "get -o hba", "smart -i 1", "smart -o hba", "smart -o ns -n 1",
+            "identify -c 1", "identify -c 1 --rawdata", "identify -c 0 -n 1", "identify -c 0 -n 1 --rawdata",
+            "identify -c 2", "passthru -i 1 -r read -o 0x06 --cdw10 1 -d 4096",
+            "passthru -i 1 -r read -o 2 -n 0xffffffff --cdw10 0x7f0002 -d 512", "spi -t read",
+            "spi -t write --inputfile " + spi, "flash -o hba -q firmware", "flash -o pd -i 1 -q firmware",
+            "flash -o hba -f " + image + " -s 2 -c 1", "flash -o hba -c 2 -s 2", "flash -o hba -t raw -f " + image,
+            "flash -o pd -i 1 -f " + image + " -s 1 -c 1", "inverse -a get", "inverse -a inverse", "ns --list",
+            "ns -p ctrl", "ns -a create -i 1 -c 1 -l 10", "ns -a share -i 1 -s yes", "ns -a attach -i 1 -d 1",
+            "ns -a detach -i 1 -d 1", "ns -a attach -e 001e000000000201 -d 1",
+            "ns -a init -i 1 -n 2 --waiveconfirmation", "vd -a create -r 5 -d 6,7,8 -b 256 -n 2",
+            "vd -a create -r 0 -d 9", "vd -a delete -i 0", "log -a on", "set -o hba -i 0 -a on -r medium",
+            "led -o rc -i 2 -a qb", "reset -t perstn -a cycle -i 2", "init -i 1", "mp -i 0 -a stop",
+            "rebuild -i 1 -a start -d 7", "import -l 1", "import -l 0 -p 1 -n 0xff", "debuglv -t 1", "version",
+            // Help, the hidden commands and the rarer options.
+            "?", "help", "help info vd nothing", "--debug", "adapter -i 0", "info -o hd -i 31", "info -o ld -i 7",
+            "info -o ns -t vd -v 255", "info -o hba -output " + out, "1 info -o pd", "get -o hba -i 0",
+            "passthru -i 1 -r read -o 2 --cdw10 0x7f0003 -d 512 --showcmd --outputfile " + out,
+            "spi -t read --outputfile " + out, "vpd", "dumphba", "gpio", "vpdread", "gen", "reg", "dvf", "protect",
+            "i2c", "pcie", "sriov", "hotkey", "getoemdata", "mi_passthruread", "mi_passthruwrite", "vm_cmd",
+            "log -a off", "inverse -a noinverse", "led -o ep -i 0 -a on", "reset -i 2", "reset -t power -a cycle -i 1",
+            "init -i 1 -a stop", "mp -i 0", "rebuild -i 1 -a stop"};
+}
+
+// The command lines with files in slots 0-2: a raw image of one segment
+// whose words add up to 0, an SPI area, and an empty file to write.
+const std::vector<std::string> &linesWithFiles();
 
 }  // namespace krt_fuzz
