@@ -26,12 +26,12 @@ class Terminal {
         krt_test::RunOptions options = machine.env();
         options.env["TERM"] = "xterm";
         options.env["HOME"] = machine.dir().path();
+        const std::string cli = krt_test::cliPath();
         winsize size{.ws_row = rows, .ws_col = columns, .ws_xpixel = 0, .ws_ypixel = 0};
         pid_ = forkpty(&master_, nullptr, nullptr, &size);
         if (pid_ == 0) {
             for (const auto &[name, value] : options.env)
                 setenv(name.c_str(), value.c_str(), 1);
-            const std::string cli = krt_test::cliPath();
             if (chdir(options.cwd.c_str()) == 0)
                 execl(cli.c_str(), cli.c_str(), static_cast<char *>(nullptr));
             _exit(127);
@@ -39,10 +39,8 @@ class Terminal {
     }
     ~Terminal()
     {
-        if (pid_ > 0) {
-            kill(pid_, SIGKILL);
+        if (pid_ > 0 && kill(pid_, SIGKILL) == 0)
             waitpid(pid_, nullptr, 0);
-        }
         close(master_);
     }
 
@@ -83,14 +81,13 @@ class Terminal {
     int waitStatus()
     {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        int status = 0;
-        while (waitpid(pid_, &status, WNOHANG) != pid_) {
-            if (std::chrono::steady_clock::now() >= end)
-                return -1;
-            readSome(end);
+        for (int status = 0; std::chrono::steady_clock::now() < end; readSome(end)) {
+            if (waitpid(pid_, &status, WNOHANG) == pid_) {
+                pid_ = -1;
+                return status;
+            }
         }
-        pid_ = -1;
-        return status;
+        return -1;
     }
 
     std::string output;
