@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,18 +18,11 @@ namespace krt_fuzz {
 // line, at most eight), against two controllers with nothing configured.
 int cmdline(const std::uint8_t *data, std::size_t size)
 {
-    const std::string text(reinterpret_cast<const char *>(data), size);
+    std::istringstream lines(std::string(reinterpret_cast<const char *>(data), size));
     beginRun(2, 2, nullptr, 0, WhenExhausted::Healthy, false);
-    std::size_t from = 0;
-    for (int i = 0; i < 8 && from <= text.size(); ++i) {
-        std::size_t end = text.find('\n', from);
-        if (end == std::string::npos)
-            end = text.size();
-        // The shell's lines are C strings: a NUL ends the line there.
-        const std::string line = text.substr(from, end - from);
-        if (runLine(line.substr(0, line.find('\0'))) == -1)
-            break;
-        from = end + 1;
+    std::string line;
+    // The shell's lines are C strings: a NUL ends the line there.
+    for (int i = 0; i < 8 && std::getline(lines, line) && runLine(line.substr(0, line.find('\0'))) != -1; ++i) {
     }
     endRun();
     return 0;
