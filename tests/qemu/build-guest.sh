@@ -9,24 +9,15 @@
 set -euo pipefail
 
 mkdir -p "$1"
-out=$(cd "$1" && pwd)
-krt_cli=$(realpath "$2")
-here=$(cd "$(dirname "$0")" && pwd)
-
-skip() {
-  echo "build-guest: $*" >&2
-  exit 77
-}
+out=$(cd "$1" && pwd) krt_cli=$(realpath "$2") here=$(cd "$(dirname "$0")" && pwd)
+skip() { echo "build-guest: $*" >&2; exit 77; }
 
 for tool in qemu-system-x86_64 busybox cpio nvme; do
   command -v "$tool" >/dev/null 2>&1 || skip "'$tool' is missing: run 'scripts/install-deps.sh qemu'"
 done
-busybox=$(command -v busybox)
+busybox=$(command -v busybox) nvme=$(command -v nvme)
 # The guest has no libc of its own: busybox must be the static one.
-if ldd "$busybox" >/dev/null 2>&1; then
-  skip "$busybox is not static: install busybox-static"
-fi
-nvme=$(command -v nvme)
+! ldd "$busybox" >/dev/null 2>&1 || skip "$busybox is not static: install busybox-static"
 [ -x "$krt_cli" ] || skip "no krt_cli at $krt_cli"
 
 cd "$out"
@@ -35,8 +26,7 @@ cd "$out"
 if ! ls kernel/boot/vmlinuz-* >/dev/null 2>&1; then
   pkg=$(apt-cache depends linux-image-cloud-amd64 2>/dev/null | awk '/Depends: linux-image-/ { print $2; exit }')
   [ -n "$pkg" ] || skip "apt knows no linux-image-cloud-amd64 (run apt-get update)"
-  rm -rf download kernel
-  mkdir download
+  rm -rf download kernel && mkdir download
   (cd download && apt-get download "$pkg" >/dev/null 2>&1) || skip "cannot download $pkg"
   dpkg-deb -x download/*.deb kernel || skip "cannot unpack $pkg"
   rm -rf download
@@ -47,16 +37,13 @@ ln -sf "$vmlinuz" vmlinuz
 # Everything the initramfs is made of; its hash names the build.
 inputs=("$here/build-guest.sh" "$here/init" "$here/guest-run.sh" "$busybox" "$nvme" "$krt_cli" "$vmlinuz")
 stamp=$(sha256sum "${inputs[@]}" | sha256sum | cut -d' ' -f1)
-if [ -f initramfs.cpio.gz ] && [ "$(cat initramfs.stamp 2>/dev/null)" = "$stamp" ]; then
-  exit 0
-fi
+[ -f initramfs.cpio.gz ] && [ "$(cat initramfs.stamp 2>/dev/null)" = "$stamp" ] && exit 0
 
 root=$(mktemp -d "$out/root.XXXXXX")
 trap 'rm -rf "$root"' EXIT
 mkdir -p "$root"/{bin,sbin,dev,proc,sys,tmp,lib/modules}
 cp "$busybox" "$root/bin/busybox"
-install -m 0755 "$here/init" "$root/init"
-install -m 0755 "$here/guest-run.sh" "$root/guest-run.sh"
+install -m 0755 "$here/init" "$here/guest-run.sh" "$root/"
 
 # A dynamically linked program and the libraries the loader will ask for.
 copy_with_libraries() {
@@ -72,8 +59,7 @@ copy_with_libraries "$krt_cli"
 # A kernel built with the NVMe driver as modules: take them along.
 modules=$(ls -d kernel/lib/modules/* | head -n 1)
 for m in nvme-common nvme-core nvme; do
-  found=$(find "$modules" -name "$m.ko" | head -n 1)
-  [ -n "$found" ] && cp "$found" "$root/lib/modules/"
+  find "$modules" -name "$m.ko" -exec cp {} "$root/lib/modules/" \; -quit
 done
 
 (cd "$root" && find . | cpio -o -H newc --quiet | gzip -1) > initramfs.cpio.gz.new
