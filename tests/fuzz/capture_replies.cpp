@@ -2,14 +2,10 @@
 // target, as a seed for it: the tool runs in-process against the real
 // platform library (the simulator's, through krtsim exec), and every reply
 // and status it gets is written in the target's script form.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <string>
 #include <vector>
 
 #include "harness.h"
@@ -20,7 +16,7 @@
 namespace {
 
 VmkMgmtEntryPoints gReal;
-std::vector<std::uint8_t> gScript;
+std::vector<std::uint8_t> gScript(2);  // the seed: command index, controllers listed, records
 std::uint32_t gListed = 0;
 
 int recordInvoke(vmk_MgmtUserHandle handle, KRT_U64 instance, KRT_U64 callbackId, KRT_U32 argCount, ...)
@@ -84,10 +80,11 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "krt_fuzz_capture: the machine lists %u controllers, the target at most 3\n", gListed);
         return 1;
     }
-    std::vector<std::uint8_t> seed{static_cast<std::uint8_t>(index), static_cast<std::uint8_t>(gListed)};
-    seed.insert(seed.end(), gScript.begin(), gScript.end());
+    gScript[0] = static_cast<std::uint8_t>(index);
+    gScript[1] = static_cast<std::uint8_t>(gListed);
     FILE *out = std::fopen(argv[2], "wb");
-    if (out == nullptr || std::fwrite(seed.data(), 1, seed.size(), out) != seed.size() || std::fclose(out) != 0) {
+    if (out == nullptr || std::fwrite(gScript.data(), 1, gScript.size(), out) != gScript.size() ||
+        std::fclose(out) != 0) {
         std::perror(argv[2]);
         return 1;
     }
