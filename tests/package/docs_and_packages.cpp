@@ -158,7 +158,6 @@ TEST(Completion, OffersWhatTheHandlersAccept)
         {{"krt_cli", "?"}, {"?"}},
         {{"krt_cli", "ge"}, {"get"}},
         {{"krt_cli", "--"}, {"--vid=0x", "--json", "--debug"}},
-        {{"krt_cli", "help", "i"}, {"identify", "import", "info", "init", "inverse"}},
         {{"krt_cli", "he", "vd", "v"}, {"vd", "version", "vpd", "vpdread"}},
         // An abbreviated command word is the command.
         {{"krt_cli", "ini", "--"}, {"--action", "--vd_id", "--help"}},
@@ -181,11 +180,8 @@ TEST(Completion, OffersWhatTheHandlersAccept)
     }
 }
 
-// The packages, as the PackageBuild test (a fixture every test here
-// requires) built them.
-constexpr const char *kTarball = KRT_PACKAGE_DIR "/krt-cli-" KRT_VERSION "-esxi.tar.gz";
-
-// The package of that name, unpacked into root.
+// The package of that name, as the PackageBuild test (a fixture of every
+// test here) built it, unpacked into root.
 std::string unpack(const std::string &name, const TempDir &root)
 {
     for (const auto &entry : std::filesystem::directory_iterator(KRT_PACKAGE_DIR)) {
@@ -242,25 +238,22 @@ TEST(Packages, ToolSimulatorAndMetricsInstallIntoARootAndRun)
 
 TEST(Packages, EsxiTarballHoldsTheProgramAndItsManualPage)
 {
-    const RunResult listing = run({"tar", "-tzf", kTarball});
-    ASSERT_EQ(listing.status, 0) << listing.err;
-    Names files;
-    for (const std::string &w : words(listing.out)) {
-        if (w.back() != '/')
-            files.insert(w);
-    }
-    EXPECT_EQ(files, (Names{"krt-cli-" KRT_VERSION "-esxi/krt_cli", "krt-cli-" KRT_VERSION "-esxi/krt_cli.8"}));
+    const RunResult files =
+        run({"sh", "-c", "tar -tzf \"$0\" | grep -v '/$'", KRT_PACKAGE_DIR "/krt-cli-" KRT_VERSION "-esxi.tar.gz"});
+    EXPECT_EQ(words(files.out),
+              (Names{"krt-cli-" KRT_VERSION "-esxi/krt_cli", "krt-cli-" KRT_VERSION "-esxi/krt_cli.8"}))
+        << files.err;
 }
 
 TEST(Packages, LintianFindsNoError)
 {
     if (!onPath("lintian"))
         GTEST_SKIP() << "lintian is not installed; scripts/install-deps.sh package installs it";
+    RunOptions options;
+    options.timeoutSeconds = 300;
     for (const auto &entry : std::filesystem::directory_iterator(KRT_PACKAGE_DIR)) {
         if (entry.path().extension() != ".deb")
             continue;
-        RunOptions options;
-        options.timeoutSeconds = 300;
         const RunResult r = run({"lintian", "--fail-on", "error", entry.path().string()}, options);
         EXPECT_EQ(r.status, 0) << entry.path().filename() << ":\n" << r.out << r.err;
         std::cout << "lintian " << entry.path().filename().string() << ":\n" << r.out << r.err;
