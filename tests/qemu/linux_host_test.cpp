@@ -3,7 +3,6 @@
 // field with the standard Linux NVMe tool on the same device. Prints a
 // report of every compared field and the timings of both tools.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -43,74 +42,38 @@ std::vector<std::string> words(const std::string &text)
     return out;
 }
 
-// "@@@ name" opens a section, "@@@ rc N" closes it, "@@@ block name ms"
-// is a timing.
-void parseResults(const std::string &text, Guest &guest)
-{
-    std::istringstream lines(text);
-    Section *current = nullptr;
-    for (std::string line; std::getline(lines, line);) {
-        const std::vector<std::string> w = words(line);
-        if (line.rfind("@@@ ", 0) != 0) {
-            if (current != nullptr)
-                current->text += line.substr(0, line.find_last_not_of('\r') + 1) + "\n";
-        } else if (w.size() == 3 && w[1] == "rc" && current != nullptr) {
-            current->status = std::atoi(w[2].c_str());
-            current = nullptr;
-        } else if (w.size() == 4 && w[1] == "block") {
-            guest.blocks[w[2]].push_back(std::atol(w[3].c_str()));
-        } else if (w.size() == 2) {
-            current = &guest.sections[w[1]];
-        }
-    }
-}
-
-// Builds the guest (once per set of inputs) and boots it.
-Guest boot()
-{
-    Guest g;
-    const std::string out = KRT_QEMU_OUT;
-    krt_test::RunOptions options;
-    options.timeoutSeconds = 600;
-    const auto built = krt_test::runProcess({KRT_QEMU_SOURCE "/build-guest.sh", out, KRT_CLI_PATH}, options);
-    if (built.status != 0) {
-        (built.status == 77 ? g.skipped : g.failed) = "building the guest failed:\n" + built.err;
-        return g;
-    }
-    // A fresh disk and fresh result files for every boot.
-    krt_test::writeFile(out + "/results.txt", "");
-    krt_test::writeFile(out + "/nvme.img", "");
-    if (truncate((out + "/nvme.img").c_str(), 64 << 20) != 0) {
-        g.failed = "cannot make the guest's disk";
-        return g;
-    }
-    options.timeoutSeconds = 540;
-    options.cwd = out;
-    std::vector<std::string> argv = words(
-        "/usr/bin/env qemu-system-x86_64 -machine q35,accel=tcg -cpu max -m 512 -nographic -no-reboot -monitor none "
-        "-kernel vmlinuz -initrd initramfs.cpio.gz -append _ "
-        "-drive file=nvme.img,if=none,id=nv0,format=raw,cache=unsafe -device nvme,serial=KRTQEMU0001,drive=nv0 "
-        "-serial file:console.log -serial file:results.txt");
-    *std::find(argv.begin(), argv.end(), "_") = "console=ttyS0 quiet panic=-1";
-    const auto run = krt_test::runProcess(argv, options);
-    const std::string results = krt_test::readFile(out + "/results.txt");
-    parseResults(results, g);
-    if (run.timedOut || run.status != 0 || results.find("@@@ end") == std::string::npos) {
-        g.failed = "the guest did not finish (qemu status " + std::to_string(run.status) + "):\n" + run.err +
-                   "\nconsole:\n" + krt_test::readFile(out + "/console.log") + "\nresults:\n" + results;
-    }
-    return g;
-}
-
+// The guest, built (once per set of inputs) and booted once per run, and
+// its report: "@@@ name" opens a section, "@@@ rc N" closes it, "@@@ block
+// name ms" is a timing.
 const Guest &guest()
 {
-    static const Guest g = boot();
-    return g;
-}
-
-unsigned long long number(const json &v)
-{
-    return v.is_string() ? std::stoull(v.get<std::string>()) : v.get<unsigned long long>();
+    static const Guest once = [] {
+        Guest g;
+        krt_test::RunOptions options;
+        options.timeoutSeconds = 1200;
+        const auto r = krt_test::runProcess({KRT_QEMU_SOURCE "/guest.sh", KRT_QEMU_OUT, KRT_CLI_PATH}, options);
+        const std::string results = krt_test::readFile(KRT_QEMU_OUT "/results.txt");
+        if (r.status != 0)
+            (r.status == 77 ? g.skipped : g.failed) = "the guest did not report:\n" + r.err + "\nresults:\n" + results;
+        std::istringstream lines(results);
+        Section *current = nullptr;
+        for (std::string line; std::getline(lines, line);) {
+            const std::vector<std::string> w = words(line);
+            if (line.rfind("@@@ ", 0) != 0) {
+                if (current != nullptr)
+                    current->text += line.substr(0, line.find_last_not_of('\r') + 1) + "\n";
+            } else if (w.size() == 3 && w[1] == "rc" && current != nullptr) {
+                current->status = std::atoi(w[2].c_str());
+                current = nullptr;
+            } else if (w.size() == 4 && w[1] == "block") {
+                g.blocks[w[2]].push_back(std::atol(w[3].c_str()));
+            } else if (w.size() == 2) {
+                current = &g.sections[w[1]];
+            }
+        }
+        return g;
+    }();
+    return once;
 }
 
 // A value as the report shows it: a number in decimal (nvme-cli writes the
@@ -203,16 +166,18 @@ TEST_F(LinuxHost, RecordsAndCaptureMatchNvmeCli)
     same("subnqn", shown(doc("krt-identify-ctrl")["subnqn"]),
          subnqn.substr(0, 60) + std::to_string(static_cast<unsigned char>(subnqn[60])));
     json ns = doc("krt-identify-ns"), theirNs = doc("nvme-id-ns");
-    same("lba format count", std::to_string(ns["lba_formats"].size()), std::to_string(number(theirNs["nlbaf"]) + 1));
+    same("lba format count", std::to_string(ns["lba_formats"].size()),
+         std::to_string(std::stoull(shown(theirNs["nlbaf"])) + 1));
     for (std::size_t i = 0; i < ns["lba_formats"].size() && i < theirNs["lbafs"].size(); ++i) {
         for (const char *key : {"ms", "ds", "rp"})
             same("lbaf" + std::to_string(i) + " " + key, shown(ns["lba_formats"][i][key]),
                  shown(theirNs["lbafs"][i][key]));
     }
     same("temperature", shown(doc("krt-smart")["composite_temperature_celsius"]),
-         std::to_string(number(doc("nvme-smart")["temperature"]) - 273));
-    same("slot_count", shown(doc("krt-firmware")["slot_count"]), std::to_string((number(ctrl["frmw"]) >> 1) & 7));
-    const std::string afi = std::to_string(number(doc("nvme-fw-log")["Active Firmware Slot (afi)"]) & 7);
+         std::to_string(std::stoull(shown(doc("nvme-smart")["temperature"])) - 273));
+    same("slot_count", shown(doc("krt-firmware")["slot_count"]),
+         std::to_string((std::stoull(shown(ctrl["frmw"])) >> 1) & 7));
+    const std::string afi = std::to_string(std::stoull(shown(doc("nvme-fw-log")["Active Firmware Slot (afi)"])) & 7);
     same("active_slot", shown(doc("krt-firmware")["active_slot"]), afi);
     json capture = doc("krt-capture-file");
     same("capture fw_active", shown(capture["adapters"][0]["fw_active"]), afi);
