@@ -32,9 +32,7 @@ TEST_P(FaultMatrix, EveryCommandEndsCleanly)
     SimMachine machine(fixture);
     writeFile(machine.dir().file("spi_in.bin"), std::string(4096, 'S'));
     writeFile(machine.dir().file("fw.bin"), "KRTFW:2.1.0.99" + std::string(8192 - 14, '\x5a'));
-    if (effect != 0) {
-        ASSERT_EQ(machine.krtsim(kEffects[effect].second).status, 0);
-    }
+    ASSERT_EQ(effect == 0 ? 0 : machine.krtsim(kEffects[effect].second).status, 0);
     RunOptions options;
     options.input = "y\ny\n";
     options.timeoutSeconds = 30;

@@ -23,8 +23,6 @@ namespace krt_fuzz {
 
 namespace {
 
-constexpr unsigned kMaxAdapters = 4;
-
 // The script of the current run.
 struct Script {
     const std::uint8_t *data = nullptr;
@@ -103,9 +101,8 @@ void beginRun(unsigned adapters, std::uint32_t listCount, const std::uint8_t *sc
               WhenExhausted after, bool debug)
 {
     setUpProcess();
-    fake::Driver &d = fake::driver();
-    d = fake::Driver{};
-    for (unsigned i = 0; i < adapters && i < kMaxAdapters; ++i)
+    fake::Driver &d = fake::driver() = fake::Driver{};
+    for (unsigned i = 0; i < adapters; ++i)
         d.adapters.push_back(fake::managedAdapter("vmhba" + std::to_string(64 + i)));
     d.listCount = listCount;
     d.answer = answer;

@@ -1,8 +1,7 @@
-// What every fuzz target shares: an in-process driver that answers each
-// request from a script (the fuzz input), a process set up so that nothing
-// reaches a device, a terminal or the file tree, and one run of the tool as
-// its start-up would make it, with the process-wide state put back after.
-// The fault matrix takes the command lines from here too.
+// What the fuzz targets share: an in-process driver answering each request
+// from a script (the input), a process kept off devices, terminal and file
+// tree, and one run of the tool as start-up makes it, undone after. The
+// fault matrix takes the command lines from here too.
 #pragma once
 
 #include <cstddef>
@@ -12,13 +11,11 @@
 
 namespace krt_fuzz {
 
-// A script of replies, one record per request the tool sends, in order:
-//   kind (1 byte), code (2 bytes LE), length (2 bytes LE), length data bytes.
-// kind % 4 = 0: the request succeeds; 1: the driver reports status `code`
-// with a clean completion; 2: the command fails with completion status
-// `code` (SCT << 8 | SC); 3: the driver call itself fails with error
-// `code`. The data (at most one page, the rest zero) goes into the
-// request's buffer whatever the kind.
+// A script holds one record per request, in order: kind (1 byte), code (2
+// bytes LE), length (2 bytes LE), data. kind % 4 = 0: success; 1: driver
+// status `code`, clean completion; 2: completion status `code` (SCT << 8 |
+// SC); 3: the driver call fails with error `code`. The data (at most a
+// page, the rest zero) fills the request's buffer whatever the kind.
 enum class Kind : std::uint8_t { Success = 0, DriverStatus = 1, Completion = 2, CallFails = 3 };
 
 // How requests are answered once the script is used up.
@@ -27,34 +24,29 @@ enum class WhenExhausted {
     Fail,     // every request fails at the driver
 };
 
-// Once per process: standard output and the tool's output stream go to
-// /dev/null, getopt stays quiet, and the fake driver replaces the platform
-// library. Idempotent.
+// Once per process (idempotent): output to /dev/null, getopt quiet, the
+// fake driver in place of the platform library.
 void setUpProcess();
 
-// One run: `adapters` controllers in the driver's list (`listCount` is the
-// count the list reports, which may be more), requests answered from
-// script[0..size), then as `after` says. Registers the controllers and
-// fills the per-controller records as start-up does.
+// One run: `adapters` controllers listed (`listCount` the count the list
+// claims), requests answered from script[0..size), then as `after` says;
+// the controllers registered and their records filled as start-up does.
 void beginRun(unsigned adapters, std::uint32_t listCount, const std::uint8_t *script, std::size_t size,
               WhenExhausted after, bool debug);
 // Releases what the run opened and resets the process-wide state.
 void endRun();
 
-// A command line as the shell takes it: tokenised, then dispatched. The
-// line is copied; at most 2047 characters of it are used.
+// A command line as the shell takes it (at most 2047 characters of it).
 int runLine(const std::string &line);
 
-// A file that holds the given bytes, for options that name one: a path
-// under /proc/self/fd that stays valid until the next call with the same
-// slot (0..3).
+// A file of the given bytes for options that name one: a /proc/self/fd
+// path, valid until the next call with the same slot (0..3).
 std::string fileWith(int slot, const std::uint8_t *data, std::size_t size);
 
 // Every command of both tables with the options people type, so that every
-// decoder and printer meets whatever a controller answers: the reply target
-// runs the one each input chooses, the fault matrix runs them all in turn.
-// The reply seeds name a line by its index: new lines go at the end.
-// `image` and `spi` are files the commands read, `out` one they write.
+// decoder and printer meets whatever a controller answers (the reply target
+// runs one, the fault matrix all). The reply seeds name a line by its
+// index: new lines go at the end. `out` is a file the commands write.
 inline std::vector<std::string> commandLines(const std::string &image, const std::string &spi, const std::string &out)
 {
     return {"adapter --list", "adapter -i 1", "adapter -n nqn.2026-01.io.krt:nvme-controller:serial:KRT00001001",
@@ -83,8 +75,8 @@ inline std::vector<std::string> commandLines(const std::string &image, const std
             "init -i 1 -a stop", "mp -i 0", "rebuild -i 1 -a stop"};
 }
 
-// The command lines with files in slots 0-2: a raw image of one segment
-// whose words add up to 0, an SPI area, and an empty file to write.
+// The command lines with files in slots 0-2: a raw one-segment image whose
+// words add up to 0, an SPI area, an empty file to write.
 const std::vector<std::string> &linesWithFiles();
 
 }  // namespace krt_fuzz

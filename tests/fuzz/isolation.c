@@ -16,9 +16,7 @@
 
 int nanosleep(const struct timespec *duration, struct timespec *remaining)
 {
-    if (gettid() == getpid())
-        return 0;
-    return (int)syscall(SYS_nanosleep, duration, remaining);
+    return gettid() == getpid() ? 0 : (int)syscall(SYS_nanosleep, duration, remaining);
 }
 
 sem_t *sem_open(const char *name, int flags, ...)

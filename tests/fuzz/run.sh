@@ -10,13 +10,10 @@ cd "$(dirname "$0")/../.."
 build=$1 seconds=$2
 shift 2
 targets=("${@:-cmdline replies smbios image spi_file}")
-artifacts=$PWD/$build/fuzz-artifacts
+artifacts=$PWD/$build/fuzz-artifacts failed=()
 mkdir -p "$artifacts"
-failed=()
 for t in ${targets[*]}; do
-  scratch=$(mktemp -d)
-  mkdir "$scratch/corpus" "$scratch/work"
-  cp tests/fuzz/corpus/"$t"/* "$scratch/corpus/"
+  scratch=$(mktemp -d) && mkdir "$scratch/corpus" "$scratch/work" && cp tests/fuzz/corpus/"$t"/* "$scratch/corpus/"
   echo "fuzz: $t for ${seconds}s"
   # Standard error of the commands is dropped; libFuzzer's lines and any
   # sanitizer report still come through.

@@ -28,22 +28,19 @@ int cmdline(const std::uint8_t *data, std::size_t size)
     return 0;
 }
 
-// Controller replies: one command of every kind, run against a controller
-// whose every reply and completion status comes from the input.
-// Input: command (1 byte, an index into the command lines), set-up (1 byte:
-// bits 0-1 the number of controllers listed, bit 2 a list that claims more
-// controllers than it holds, bit 3 debug output), then the reply script (see
-// harness.h), which the scan at start-up reads first. Requests past the
-// script fail at the driver, so every poll and loop comes to an end.
+// Controller replies: one command line, every reply and status from the
+// input: its index (1 byte), set-up (1 byte: bits 0-1 controllers listed,
+// bit 2 a list claiming more than it holds, bit 3 debug output), then the
+// script (harness.h), start-up's scan first. Requests past it fail at the
+// driver, so every poll and loop comes to an end.
 int replies(const std::uint8_t *data, std::size_t size)
 {
     if (size < 2)
         return -1;
-    const std::string &line = linesWithFiles()[data[0] % linesWithFiles().size()];
     const unsigned adapters = data[1] & 3;
     beginRun(adapters, (data[1] & 4) != 0 ? 200 : adapters, data + 2, size - 2, WhenExhausted::Fail,
              (data[1] & 8) != 0);
-    runLine(line);
+    runLine(linesWithFiles()[data[0] % linesWithFiles().size()]);
     endRun();
     return 0;
 }
@@ -65,10 +62,9 @@ int smbios(const std::uint8_t *data, std::size_t size)
     return 0;
 }
 
-// Firmware images: the checksum and CRC of a raw image, the segment reader
-// as the download reads it (to its end; a short read counts as a whole
-// step), the image file of a controller update, and the flash command
-// taking the image to a controller that accepts everything.
+// Firmware images: checksum and CRC, the segment reader as the download
+// reads it (a short read counts as a whole step), the update image file, and
+// the flash command to a controller that accepts everything.
 // Input: the way it is flashed (1 byte), then the image.
 int image(const std::uint8_t *data, std::size_t size)
 {

@@ -44,10 +44,9 @@ class Terminal {
         close(master_);
     }
 
-    // Types the keys, then waits until `reply` appears after what was seen
-    // before. Keys go only once the line editor has the terminal: typed in
-    // line mode, the terminal's own line discipline would take them (Ctrl-D
-    // as end of file).
+    // Types the keys once the line editor has the terminal (in line mode the
+    // line discipline would take them, Ctrl-D as end of file), then waits
+    // until `reply` appears after what was seen before.
     bool say(const std::string &keys, const std::string &reply)
     {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -76,8 +75,7 @@ class Terminal {
         ASSERT_EQ(ioctl(master_, TIOCSWINSZ, &size), 0);
     }
 
-    // Waits for the process to end; its wait status (0: it exited with 0),
-    // or -1 on a timeout.
+    // The process's wait status once it ended (0: exit status 0), -1 on a timeout.
     int waitStatus()
     {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -93,8 +91,7 @@ class Terminal {
     std::string output;
 
   private:
-    // Reads what arrives within 50 ms. False once past the deadline or the
-    // terminal has closed.
+    // Reads what arrives within 50 ms; false past the deadline or at hang-up.
     bool readSome(std::chrono::steady_clock::time_point end)
     {
         pollfd fd{master_, POLLIN, 0};
