@@ -143,8 +143,7 @@ void endRun()
     std::free(g_pAdInfos);
     g_pAdInfos = nullptr;
     gNumAdaptersFound = 0;
-    std::fflush(stream);
-    std::fflush(stdout);
+    std::fflush(nullptr);
     stream = gDevNull;
     fake::driver() = fake::Driver{};
     gScript = {};

@@ -71,14 +71,14 @@ int image(const std::uint8_t *data, std::size_t size)
     if (size < 1)
         return -1;
     setUpProcess();
-    const std::uint8_t how = data[0];
     const auto length = static_cast<KRT_U32>(size - 1);
     checksumResult(data + 1, length);
     crcMake(data + 1, length);
     const std::string path = fileWith(0, data + 1, length);
 
     if (_KRTFileBuffer *reader = CreateKRTFileBufferInstance(); reader != nullptr) {
-        if (reader->open_for_read(path.c_str(), (how & 0x80) != 0 ? 1 + (how & 0x3F) : KRT_FLASH_SEGMENT) == 0) {
+        if (reader->open_for_read(path.c_str(), (data[0] & 0x80) != 0 ? 1 + (data[0] & 0x3F) : KRT_FLASH_SEGMENT) ==
+            0) {
             for (const KRT_U32 end = reader->get_file_length();
                  reader->get_offset() < end && reader->read() != nullptr;) {
             }
@@ -95,7 +95,7 @@ int image(const std::uint8_t *data, std::size_t size)
     static const char *const kFlash[] = {"flash -o hba -t raw -f ", "flash -o hba -s 2 -c 1 -f ",
                                          "flash -o hba -s 1 -c 3 -f ", "flash -o pd -i 1 -s 1 -c 1 -f "};
     beginRun(1, 1, nullptr, 0, WhenExhausted::Healthy, false);
-    runLine(kFlash[how % 4] + path);
+    runLine(kFlash[data[0] % 4] + path);
     endRun();
     return 0;
 }

@@ -15,18 +15,16 @@
 #include "shell/completion.h"
 #include "shell/shell.h"
 
-using krt_test::RunOptions;
-using krt_test::RunResult;
-using krt_test::TempDir;
-using Names = std::set<std::string>;
-
+namespace krt_test {
 namespace {
+
+using Names = std::set<std::string>;
 
 // Runs a program found on the path, or by its own path.
 RunResult run(std::vector<std::string> argv, const RunOptions &options = {})
 {
     argv.insert(argv.begin(), "/usr/bin/env");
-    return krt_test::runProcess(argv, options);
+    return runProcess(argv, options);
 }
 
 Names words(const std::string &text)
@@ -95,7 +93,7 @@ TEST(ManualPage, RendersWithoutWarnings)
 
 TEST(ManualPage, DescribesThePublicCommandsWithTheOptionsTheyAccept)
 {
-    const std::string page = krt_test::readFile(KRT_MAN_PAGE);
+    const std::string page = readFile(KRT_MAN_PAGE);
     std::map<std::string, std::string> sections;  // command name -> its text
     Names described;
     std::string current;
@@ -133,14 +131,15 @@ TEST(ManualPage, DescribesThePublicCommandsWithTheOptionsTheyAccept)
 // typed, run in an empty folder so that no file name joins in.
 Names complete(const std::vector<std::string> &line)
 {
-    std::string script = "source '" KRT_COMPLETION "'\nCOMP_WORDS=(";
-    for (const std::string &w : line)
-        script += "'" + w + "' ";
-    script += ")\nCOMP_CWORD=" + std::to_string(line.size() - 1) + "\n_krt_cli\nprintf '%s\\n' \"${COMPREPLY[@]}\"\n";
+    std::vector<std::string> argv = line;
+    argv.insert(argv.begin(), {"bash", "-c",
+                               "source '" KRT_COMPLETION "'; COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _krt_cli; "
+                               "printf '%s\\n' \"${COMPREPLY[@]}\"",
+                               "bash"});
     TempDir empty;
     RunOptions options;
     options.cwd = empty.path();
-    const RunResult result = run({"bash", "-c", script}, options);
+    const RunResult result = run(argv, options);
     EXPECT_EQ(result.status, 0) << result.err;
     return words(result.out);
 }
@@ -149,10 +148,7 @@ Names complete(const std::vector<std::string> &line)
 // values the helps spell out.
 TEST(Completion, OffersWhatTheHandlersAccept)
 {
-    const struct {
-        std::vector<std::string> line;
-        Names offered;
-    } cases[] = {
+    const std::pair<std::vector<std::string>, Names> cases[] = {
         {{"krt_cli", ""}, publicNames()},
         {{"krt_cli", "1", "-output", "x.txt", ""}, publicNames()},
         {{"krt_cli", "?"}, {"?"}},
@@ -170,8 +166,8 @@ TEST(Completion, OffersWhatTheHandlersAccept)
         {{"krt_cli", "ns", "-a", ""}, {"init", "create", "share", "attach", "detach"}},
         {{"krt_cli", "gen", "-"}, {}},  // hidden commands get nothing
     };
-    for (const auto &c : cases)
-        EXPECT_EQ(complete(c.line), c.offered) << testing::PrintToString(c.line);
+    for (const auto &[line, offered] : cases)
+        EXPECT_EQ(complete(line), offered) << testing::PrintToString(line);
     for (int i = 0; i < generalCmdTableV1Size(); ++i) {
         const Command_Info &entry = generalCmdTableV1[i];
         if (entry.cmdHandler != generalCmdTableV1[1].cmdHandler) {  // help and "?" take command names
@@ -261,3 +257,4 @@ TEST(Packages, LintianFindsNoError)
 }
 
 }  // namespace
+}  // namespace krt_test

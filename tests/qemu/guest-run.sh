@@ -33,10 +33,7 @@ run krt-capture-file cat /tmp/machine.json
 # turn, eight times over, so that a slow moment of the host weighs on both
 # alike. The uptime in hundredths of a second, read without starting a
 # process, gives a block's hundredths: the milliseconds of one run.
-tick() {
-  read -r up _ </proc/uptime
-  now=${up%.*}${up#*.}
-}
+tick() { read -r up _ </proc/uptime && now=${up%.*}${up#*.}; }
 for b in 1 2 3 4 5 6 7 8; do
   for block in "krt-identify $krt identify -c 1" "nvme-identify nvme id-ctrl $dev" "krt-smart $krt smart -o hba" \
     "nvme-smart nvme smart-log $dev" "krt-version $krt version" "nvme-version nvme version" "true /bin/true"; do

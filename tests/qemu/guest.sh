@@ -44,16 +44,13 @@ if [ ! -f initramfs.cpio.gz ] || [ "$(cat initramfs.stamp 2>/dev/null)" != "$sta
   cp "$busybox" "$root/bin/busybox"
   install -m 0755 "$here/init" "$here/guest-run.sh" "$root/"
 
-  # A dynamically linked program and the libraries the loader will ask for.
-  copy_with_libraries() {
-    install -m 0755 "$1" "$root/bin/$(basename "$1")"
-    ldd "$1" | awk '/=> \// { print $3 } /^\t\// { print $1 }' | while read -r lib; do
-      mkdir -p "$root$(dirname "$lib")"
-      cp -L "$lib" "$root$lib"
+  # The two dynamically linked programs and the libraries the loader asks for.
+  for program in "$nvme" "$krt_cli"; do
+    install -m 0755 "$program" "$root/bin/"
+    ldd "$program" | awk '/=> \// { print $3 } /^\t\// { print $1 }' | while read -r lib; do
+      mkdir -p "$root$(dirname "$lib")" && cp -L "$lib" "$root$lib"
     done
-  }
-  copy_with_libraries "$nvme"
-  copy_with_libraries "$krt_cli"
+  done
 
   # A kernel built with the NVMe driver as modules: take them along.
   modules=$(ls -d kernel/lib/modules/* | head -n 1)
@@ -61,9 +58,8 @@ if [ ! -f initramfs.cpio.gz ] || [ "$(cat initramfs.stamp 2>/dev/null)" != "$sta
     find "$modules" -name "$m.ko" -exec cp {} "$root/lib/modules/" \; -quit
   done
 
-  (cd "$root" && find . | cpio -o -H newc --quiet | gzip -1) > initramfs.cpio.gz.new
-  mv initramfs.cpio.gz.new initramfs.cpio.gz
-  echo "$stamp" > initramfs.stamp
+  (cd "$root" && find . | cpio -o -H newc --quiet | gzip -1) >initramfs.cpio.gz.new
+  mv initramfs.cpio.gz.new initramfs.cpio.gz && echo "$stamp" >initramfs.stamp
 fi
 
 # One boot with a fresh disk; the second serial port carries the report.

@@ -109,8 +109,7 @@ class LinuxHost : public ::testing::Test {
     const Section &section(const std::string &name, bool normally = true)
     {
         static const Section none;
-        const auto it = guest().sections.find(name);
-        const Section &s = it == guest().sections.end() ? none : it->second;
+        const Section &s = guest().sections.count(name) != 0 ? guest().sections.at(name) : none;
         EXPECT_TRUE(normally ? s.status == 0 : s.status >= 0 && s.status < 128) << name << ":\n" << s.text;
         return s;
     }

@@ -113,10 +113,7 @@ TEST(ShellTerminal, PromptLineEditingCompletionAndExit)
     krt_test::SimMachine machine("raid");
     Terminal t(machine);
     ASSERT_TRUE(t.say("", "CLI Version: 1.0.0.1041\r\nWelcome to NVMe Command Line Interface.\r\n\r\n> ")) << t.output;
-    const struct {
-        const char *keys;
-        const char *shown;
-    } steps[] = {
+    const std::pair<const char *, const char *> steps[] = {
         {"recallme\r", "Invalid command 'recallme'!\r\n> "},
         {"\x1b[A\r", "Invalid command 'recallme'!\r\n> "},  // the up arrow recalls the line
         {"\x04", "> "},                                     // Ctrl-D: only the prompt again
@@ -130,8 +127,8 @@ TEST(ShellTerminal, PromptLineEditingCompletionAndExit)
         {"help v\t", "\r\nvd  version  vpd  vpdread\r\n"},
         {"pdr\t\r", "Description"},
     };
-    for (const auto &s : steps)
-        EXPECT_TRUE(t.say(s.keys, s.shown)) << testing::PrintToString(s.keys) << t.output;
+    for (const auto &[keys, shown] : steps)
+        EXPECT_TRUE(t.say(keys, shown)) << testing::PrintToString(keys) << t.output;
     t.say("EXIT\r", "");
     EXPECT_EQ(t.waitStatus(), 0) << t.output;
 }

@@ -50,14 +50,10 @@ int main(int argc, char **argv)
     double slowestMs = 0;
     for (int i = 0; i < pairs; ++i) {
         const auto start = std::chrono::steady_clock::now();
-        bool same = false;
-        if ((self + i) % 2 == 0) {
-            same = listPd(static_cast<KRT_U16>((self * 7 + i) % pds), rc);
-        } else {
-            _NVME_Adapter_Info info{};
-            rc = KRT_Adapter_GetInfo(0, &info);
-            same = std::memcmp(&info, &reference, sizeof info) == 0;
-        }
+        _NVME_Adapter_Info info{};
+        const bool same = (self + i) % 2 == 0 ? listPd(static_cast<KRT_U16>((self * 7 + i) % pds), rc)
+                                              : (rc = KRT_Adapter_GetInfo(0, &info)) == 0 &&
+                                                    std::memcmp(&info, &reference, sizeof info) == 0;
         const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
         slowestMs = took.count() > slowestMs ? took.count() : slowestMs;
         ++(rc != 0 ? failed : !same ? mismatched : ok);
