@@ -155,9 +155,7 @@ int runLine(const std::string &line)
     line.copy(buffer, sizeof buffer - 1);
     char *words[kMaxWords];
     int count = 0;
-    if (parse(&count, words, kMaxWords, buffer) == 0 || count == 0)
-        return 0;
-    return cmdDispatcher(count, words);
+    return parse(&count, words, kMaxWords, buffer) == 0 || count == 0 ? 0 : cmdDispatcher(count, words);
 }
 
 std::string fileWith(int slot, const std::uint8_t *data, std::size_t size)
