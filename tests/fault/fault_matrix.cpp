@@ -4,9 +4,10 @@
 // signal, and without a sanitizer report when the build carries them.
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <sstream>
 
-#include "command_lines.h"
+#include "harness.h"
 #include "machine.h"
 
 namespace krt_test {
@@ -31,18 +32,13 @@ TEST_P(FaultMatrix, EveryCommandEndsCleanly)
     SimMachine machine(fixture);
     writeFile(machine.dir().file("spi_in.bin"), std::string(4096, 'S'));
     writeFile(machine.dir().file("fw.bin"), "KRTFW:2.1.0.99" + std::string(8192 - 14, '\x5a'));
-    if (effect != 0) {
-        ASSERT_EQ(machine.krtsim(kEffects[effect].second).status, 0);
-    }
+    ASSERT_EQ(effect == 0 ? 0 : machine.krtsim(kEffects[effect].second).status, 0);
     RunOptions options;
     options.input = "y\ny\n";
     options.timeoutSeconds = 30;
     for (const std::string &line : krt_fuzz::commandLines("fw.bin", "spi_in.bin", "out.bin")) {
-        std::vector<std::string> words;
         std::istringstream in(line);
-        for (std::string word; in >> word;)
-            words.push_back(word);
-        const RunResult r = machine.cli(words, options);
+        const RunResult r = machine.cli({std::istream_iterator<std::string>(in), {}}, options);
         EXPECT_FALSE(r.timedOut) << line << ": did not end within " << options.timeoutSeconds << " s";
         EXPECT_EQ(r.signal, 0) << line << ": ended by a signal\n" << r.err;
         for (const char *report : {"runtime error:", "Sanitizer"})

@@ -23,9 +23,6 @@ namespace krt_fuzz {
 
 namespace {
 
-constexpr int kLineSize = 2048;
-constexpr unsigned kMaxAdapters = 4;
-
 // The script of the current run.
 struct Script {
     const std::uint8_t *data = nullptr;
@@ -34,30 +31,16 @@ struct Script {
 } gScript;
 FILE *gDevNull = nullptr;
 
-// The next record of the script, or false when it is used up (a record cut
-// short by the end of the input counts as used up).
-bool nextRecord(Record &r)
-{
-    Script &s = gScript;
-    if (s.size - s.at < 5)
-        return false;
-    const std::uint8_t *p = s.data + s.at;
-    r.kind = static_cast<Kind>(p[0] % 4);
-    r.code = static_cast<std::uint16_t>(p[1] | (p[2] << 8));
-    const std::size_t length =
-        std::min<std::size_t>({static_cast<std::size_t>(p[3] | (p[4] << 8)), s.size - s.at - 5, KRT_BUFFER_SIZE});
-    r.data.assign(p + 5, p + 5 + length);
-    s.at += 5 + length;
-    return true;
-}
-
+// Answers a request from the next record of the script, or once it is used
+// up (a record cut short by the end of the input counts as used up) as the
+// run says.
 int answer(fake::Adapter &a, usr_io &io)
 {
     auto *data = reinterpret_cast<KRT_U8 *>(io.addr);
     const bool reads = data != nullptr && io.direction == XFER_FROM_DEV;
-    Record r;
-    if (!nextRecord(r)) {
-        if (gScript.after == WhenExhausted::Fail) {
+    Script &s = gScript;
+    if (s.size - s.at < 5) {
+        if (s.after == WhenExhausted::Fail) {
             io.status = 1;
             io.comp[3] = nvme_comp_dw3(0, 0x06);  // internal error
         } else if (reads) {
@@ -71,40 +54,33 @@ int answer(fake::Adapter &a, usr_io &io)
         }
         return 0;
     }
+    const std::uint8_t *p = s.data + s.at;
+    const auto code = static_cast<std::uint16_t>(p[1] | (p[2] << 8));
+    const std::size_t length =
+        std::min<std::size_t>({static_cast<std::size_t>(p[3] | (p[4] << 8)), s.size - s.at - 5, KRT_BUFFER_SIZE});
+    s.at += 5 + length;
     if (reads) {
-        const std::size_t n = std::min<std::size_t>(r.data.size(), io.length);
-        if (n > 0)
-            std::memcpy(data, r.data.data(), n);
+        const std::size_t n = std::min<std::size_t>(length, io.length);
+        std::memcpy(data, p + 5, n);
         std::memset(data + n, 0, io.length - n);
     }
-    switch (r.kind) {
+    switch (static_cast<Kind>(p[0] % 4)) {
         case Kind::Success:
             break;
         case Kind::DriverStatus:
-            io.status = r.code;
+            io.status = code;
             break;
         case Kind::Completion:
             io.status = 1;
-            io.comp[3] = nvme_comp_dw3(r.code >> 8, r.code & 0xFF);
+            io.comp[3] = nvme_comp_dw3(code >> 8, code & 0xFF);
             break;
         case Kind::CallFails:
-            return r.code != 0 ? r.code : EIO;
+            return code != 0 ? code : EIO;
     }
     return 0;
 }
 
 }  // namespace
-
-void appendRecord(std::vector<std::uint8_t> &out, const Record &record)
-{
-    const std::size_t length = record.data.size() < KRT_BUFFER_SIZE ? record.data.size() : KRT_BUFFER_SIZE;
-    out.push_back(static_cast<std::uint8_t>(record.kind));
-    out.push_back(static_cast<std::uint8_t>(record.code & 0xFF));
-    out.push_back(static_cast<std::uint8_t>(record.code >> 8));
-    out.push_back(static_cast<std::uint8_t>(length & 0xFF));
-    out.push_back(static_cast<std::uint8_t>(length >> 8));
-    out.insert(out.end(), record.data.begin(), record.data.begin() + static_cast<std::ptrdiff_t>(length));
-}
 
 void setUpProcess()
 {
@@ -125,9 +101,8 @@ void beginRun(unsigned adapters, std::uint32_t listCount, const std::uint8_t *sc
               WhenExhausted after, bool debug)
 {
     setUpProcess();
-    fake::Driver &d = fake::driver();
-    d = fake::Driver{};
-    for (unsigned i = 0; i < adapters && i < kMaxAdapters; ++i)
+    fake::Driver &d = fake::driver() = fake::Driver{};
+    for (unsigned i = 0; i < adapters; ++i)
         d.adapters.push_back(fake::managedAdapter("vmhba" + std::to_string(64 + i)));
     d.listCount = listCount;
     d.answer = answer;
@@ -168,8 +143,7 @@ void endRun()
     std::free(g_pAdInfos);
     g_pAdInfos = nullptr;
     gNumAdaptersFound = 0;
-    std::fflush(stream);
-    std::fflush(stdout);
+    std::fflush(nullptr);
     stream = gDevNull;
     fake::driver() = fake::Driver{};
     gScript = {};
@@ -177,15 +151,11 @@ void endRun()
 
 int runLine(const std::string &line)
 {
-    char buffer[kLineSize];
-    const std::size_t n = line.size() < sizeof buffer - 1 ? line.size() : sizeof buffer - 1;
-    std::memcpy(buffer, line.data(), n);
-    buffer[n] = '\0';
+    char buffer[2048] = {};
+    line.copy(buffer, sizeof buffer - 1);
     char *words[kMaxWords];
     int count = 0;
-    if (parse(&count, words, kMaxWords, buffer) == 0 || count == 0)
-        return 0;
-    return cmdDispatcher(count, words);
+    return parse(&count, words, kMaxWords, buffer) == 0 || count == 0 ? 0 : cmdDispatcher(count, words);
 }
 
 std::string fileWith(int slot, const std::uint8_t *data, std::size_t size)
@@ -199,6 +169,14 @@ std::string fileWith(int slot, const std::uint8_t *data, std::size_t size)
         std::abort();
     }
     return "/proc/self/fd/" + std::to_string(fd);
+}
+
+const std::vector<std::string> &linesWithFiles()
+{
+    static const std::vector<std::uint8_t> image(4096, 0), spi(4096, 'S');
+    static const std::vector<std::string> all = commandLines(
+        fileWith(0, image.data(), image.size()), fileWith(1, spi.data(), spi.size()), fileWith(2, spi.data(), 0));
+    return all;
 }
 
 }  // namespace krt_fuzz

@@ -8,15 +8,12 @@ krt="/bin/krt_cli 0 --vid=0x1b36"
 # Never the interactive shell, and never a hang: stdin is empty and every
 # program has a minute.
 run() {
-  name=$1
+  echo "@@@ $1"
   shift
-  echo "@@@ $name"
   timeout 60 "$@" </dev/null
   echo "@@@ rc $?"
 }
 
-echo "@@@ nodes"
-ls /dev | grep nvme
 run krt-identify-ctrl $krt --json identify -c 1
 run krt-identify-ns $krt --json identify -c 0 -n 1
 run krt-smart $krt --json smart -o hba
@@ -27,22 +24,16 @@ run nvme-id-ctrl nvme id-ctrl $dev -o json
 run nvme-id-ns nvme id-ns $dev -n 1 -o json
 run nvme-smart nvme smart-log $dev -o json
 run nvme-fw-log nvme fw-log $dev -o json
-# The machine read into a file: the standard requests of another maker's
-# controller; then the file itself.
-mkdir -p /tmp
+# The machine read into a file (the initramfs has a /tmp): the standard
+# requests of another maker's controller; then the file itself.
 run krt-capture $krt --capture /tmp/machine.json
-echo "@@@ krt-capture-file"
-cat /tmp/machine.json
-echo "@@@ rc $?"
+run krt-capture-file cat /tmp/machine.json
 
 # Whole processes in blocks of ten runs of one command, the two tools in
 # turn, eight times over, so that a slow moment of the host weighs on both
 # alike. The uptime in hundredths of a second, read without starting a
 # process, gives a block's hundredths: the milliseconds of one run.
-tick() {
-  read -r up _ </proc/uptime
-  now=${up%.*}${up#*.}
-}
+tick() { read -r up _ </proc/uptime && now=${up%.*}${up#*.}; }
 for b in 1 2 3 4 5 6 7 8; do
   for block in "krt-identify $krt identify -c 1" "nvme-identify nvme id-ctrl $dev" "krt-smart $krt smart -o hba" \
     "nvme-smart nvme smart-log $dev" "krt-version $krt version" "nvme-version nvme version" "true /bin/true"; do

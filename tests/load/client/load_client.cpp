@@ -2,9 +2,7 @@
 // once. Each reply names what was asked (a PD list starting at a given id,
 // or the controller's record as it was read at the start), so a reply
 // handed to the wrong process shows up as a mismatch.
-//
 //   krt_load_client <process number> <pairs>
-//
 // Prints "pairs=N ok=N mismatched=N failed=N slowest_ms=F" and exits 0 when
 // every pair came back whole and its own.
 #include <chrono>
@@ -35,11 +33,7 @@ bool listPd(KRT_U16 start, KRT_U32 &rc)
 
 int main(int argc, char **argv)
 {
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: krt_load_client <process number> <pairs>\n");
-        return 2;
-    }
-    const int self = std::atoi(argv[1]), pairs = std::atoi(argv[2]);
+    const int self = argc == 3 ? std::atoi(argv[1]) : 0, pairs = argc == 3 ? std::atoi(argv[2]) : 0;
     KRT_Init();
     // The PDs numbered from 0, and the controller's record.
     _NVME_Adapter_Info reference{};
@@ -47,8 +41,8 @@ int main(int argc, char **argv)
     KRT_U16 pds = 0;
     while (pds < 256 && listPd(pds, rc))
         ++pds;
-    if (KRT_Adapter_GetCount() == 0 || KRT_Adapter_GetInfo(0, &reference) != 0 || pds == 0) {
-        std::fprintf(stderr, "the controller does not answer\n");
+    if (pairs <= 0 || KRT_Adapter_GetCount() == 0 || KRT_Adapter_GetInfo(0, &reference) != 0 || pds == 0) {
+        std::fprintf(stderr, "usage: krt_load_client <process number> <pairs>, against a controller that answers\n");
         KRT_Final();
         return 2;
     }
@@ -56,25 +50,15 @@ int main(int argc, char **argv)
     double slowestMs = 0;
     for (int i = 0; i < pairs; ++i) {
         const auto start = std::chrono::steady_clock::now();
-        const int kind = (self + i) % 2;
-        bool same = false;
-        if (kind == 0) {
-            same = listPd(static_cast<KRT_U16>((self * 7 + i) % pds), rc);
-        } else {
-            _NVME_Adapter_Info info{};
-            rc = KRT_Adapter_GetInfo(0, &info);
-            same = std::memcmp(&info, &reference, sizeof info) == 0;
-        }
+        _NVME_Adapter_Info info{};
+        const bool same = (self + i) % 2 == 0 ? listPd(static_cast<KRT_U16>((self * 7 + i) % pds), rc)
+                                              : (rc = KRT_Adapter_GetInfo(0, &info)) == 0 &&
+                                                    std::memcmp(&info, &reference, sizeof info) == 0;
         const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
         slowestMs = took.count() > slowestMs ? took.count() : slowestMs;
-        if (rc != 0)
-            ++failed;
-        else if (!same)
-            ++mismatched;
-        else
-            ++ok;
+        ++(rc != 0 ? failed : !same ? mismatched : ok);
         if (rc != 0 || !same)
-            std::fprintf(stderr, "pair %d (kind %d): status 0x%x, %s\n", i, kind, rc, same ? "its own" : "another's");
+            std::fprintf(stderr, "pair %d: status 0x%x, %s\n", i, rc, same ? "its own" : "another's");
     }
     std::printf("pairs=%d ok=%d mismatched=%d failed=%d slowest_ms=%.1f\n", pairs, ok, mismatched, failed, slowestMs);
     KRT_Final();
