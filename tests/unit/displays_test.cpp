@@ -87,22 +87,6 @@ TEST(InfoPrinters, OneBaseNumberingShiftsIdsButNotNamespaces)
     }
 }
 
-// With no controller registered every request fails locally.
-TEST(InfoWithoutController, ListingsAndLookupsReportTheirFailure)
-{
-    const std::string out = printed([] {
-        getAdapterInfoSA(0);
-        getAdapterInfoSA(KRT_ALL_IDS);
-        getHDInfoSA(KRT_ALL_IDS);
-        getNSInfoSA(KRT_ALL_IDS);
-        getNSInfoOfVDSA(KRT_ALL_IDS, 0);
-        EXPECT_EQ(get_hostID(0), 0);
-    });
-    EXPECT_EQ(out,
-              "\nUnable to get info of NVMe Controller\nTotal # of HBA:      0\n\n\nNo physical disk is found.\n"
-              "Get MaxNS from adapter info fail.\n\nUnable to get info of VD\n\nFailed to get controller.\n");
-}
-
 TEST(IdentifyDisplay, ControllerTextsCapacitiesAndSubnqn)
 {
     _krt_id_ctrl id{};

@@ -1,13 +1,12 @@
 // Discovery: which adapters of the driver's list become registered
 // controllers, what the registry records for each, and the per-controller
 // lock that serves their paired requests. The management API's requests
-// where no command of the tool asks them (class-form requests of API
-// clients, NVM commands) or no simulated controller answers so.
+// where no command of the tool asks them (VD changes of API clients, NVM
+// commands) or no simulated controller answers so.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <functional>
 #include <string>
 
 #include "api/krt_api.h"
@@ -151,42 +150,6 @@ TEST_F(Registry, AdminPrintsItsStatusAndNvmDoesNot)
     EXPECT_EQ(KRT_Adapter_NVM(0, 2, 1, words, 1, nullptr, 0, out, sizeof out), 0u);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "Invalid Firmware Slot (Status Code: 0x106)\nInvalid Command Opcode (Status Code: 0x1)\n");
-}
-
-// Class, sub-command, optional parameter and input length of class-form
-// requests, read back from the request head: an odd length, a parameter,
-// the largest input.
-TEST_F(Registry, ClassFormRequests)
-{
-    twoControllers();
-    std::vector<KRT_U8> buf(4096, 0);
-    KRT_U8 *b = buf.data();
-    _NVME_NS_Info ns[2];
-    const struct {
-        const char *name;
-        std::function<KRT_U32()> call;
-        KRT_U16 cls, sub;
-        int param;  // -1: none
-        KRT_U16 inLen;
-    } cases[] = {
-        {"PD_OEM", [&] { return KRT_PD_OEM(0, b, 40); }, 225, 3, -1, 57},
-        {"NS_GetInfo_VD", [&] { return KRT_NS_GetInfo_VD(0, 0x1234, ns, 2); }, 229, 1, 0x1234, 0},
-        {"Page_Event", [&] { return KRT_Page_Event(0, b); }, 254, 4, -1, 4096},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        std::fill(buf.begin(), buf.end(), 0);
-        reinterpret_cast<_RequestHeader *>(b)->numRequested = 2;
-        fake::driver().requests.clear();
-        EXPECT_EQ(c.call(), 0u);
-        ASSERT_EQ(requests().size(), 2u);
-        EXPECT_EQ(requests()[0].io.cmd[12], (KRT_U32{c.sub} << 16) | c.cls);
-        // Word count, input length, class, sub-command, parameter.
-        const std::vector<KRT_U8> &h = requests()[0].sent;
-        const auto u16 = [&](int at) { return h[at] | (h[at + 1] << 8); };
-        EXPECT_EQ((std::vector<int>{h[4], u16(6), u16(8), u16(10), c.param < 0 ? -1 : u16(12)}),
-                  (std::vector<int>{c.param < 0 ? 2 : 3, c.inLen, c.cls, c.sub, c.param}));
-    }
 }
 
 // The API's VD changes (no command of the tool makes them this way) run the
