@@ -120,8 +120,7 @@ TEST(Capture, RebuiltMachinesAnswerEveryReadOnlyCommandAsTheOriginal)
         EXPECT_EQ(capture.out, "") << fixture;
         EXPECT_EQ(krt_test::occurrences(capture.err, "captured controller"), controllers) << capture.err;
         EXPECT_EQ(original.krtsim({"show"}).out, shown) << fixture << ": the capture changed the machine";
-        std::istringstream log(original.krtsim({"log"}).out);
-        for (std::string line; std::getline(log, line);)
+        for (const std::string &line : krt_test::lines(original.krtsim({"log"}).out))
             EXPECT_TRUE(readsOnly(line)) << fixture << ": " << line;
 
         ASSERT_EQ(copy.krtsim({"reset", file}).status, 0) << fixture;
@@ -184,8 +183,7 @@ TEST(Capture, FailuresAreSaidAndLeaveNoHalfWrittenFile)
     for (const auto &c : cases) {
         SCOPED_TRACE(c.words + std::string(" after ") + c.fault);
         SimMachine m("raid");
-        std::istringstream fault(c.fault), typed(c.words);
-        Words rule{std::istream_iterator<std::string>(fault), {}}, words{std::istream_iterator<std::string>(typed), {}};
+        Words rule = krt_test::words(c.fault), words = krt_test::words(c.words);
         rule.insert(rule.begin(), "fault");
         if (rule.size() > 1) {
             ASSERT_EQ(m.krtsim(rule).status, 0);
@@ -247,9 +245,8 @@ TEST(Capture, AnotherMakersControllerGivesItsStandardData)
         return on.cli(words);
     };
     const auto vendorRequests = [&m] {
-        std::istringstream log(m.krtsim({"log"}).out);
         int n = 0;
-        for (std::string line; std::getline(log, line);)
+        for (const std::string &line : krt_test::lines(m.krtsim({"log"}).out))
             n += !has(line, "opc=0x06 ") && !has(line, "opc=0x02 ");
         m.krtsim({"log", "clear"});
         return n;
@@ -291,9 +288,10 @@ TEST(Capture, EachReadFailingOrHostileLeavesAMachineFile)
     for (const auto &[opcode, cdw12] : reads) {
         for (const char *effect : {"--status 0x0002", "--bad-sign", "--overlong"}) {
             SimMachine m(original);
-            std::istringstream rule("fault add --opcode " + std::string(opcode) +
-                                    (*cdw12 != '\0' ? " --cdw12 " + std::string(cdw12) : "") + " " + effect);
-            ASSERT_EQ(m.krtsim({std::istream_iterator<std::string>(rule), {}}).status, 0);
+            ASSERT_EQ(m.krtsim(krt_test::words("fault add --opcode " + std::string(opcode) +
+                                               (*cdw12 != '\0' ? " --cdw12 " + std::string(cdw12) : "") + " " + effect))
+                          .status,
+                      0);
             const std::string file = m.dir().file("m.json");
             const RunResult r = m.cli({"--capture", file});
             SCOPED_TRACE(std::string(opcode) + " " + cdw12 + " " + effect + "\n" + r.err);

@@ -22,6 +22,7 @@
 namespace {
 
 using krt_test::has;
+using krt_test::lines;
 using krt_test::RunResult;
 using krt_test::SchemaCheck;
 using krt_test::SimMachine;
@@ -29,15 +30,6 @@ using nlohmann::json;
 using Words = std::vector<std::string>;
 
 const std::string kSchemaPath = KRT_SOURCE_DIR "/docs/krt_cli.schema.json";
-
-std::vector<std::string> lines(const std::string &text)
-{
-    std::vector<std::string> result;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        result.push_back(line);
-    return result;
-}
 
 // One document, nothing else, of the document's shape; the schema checks the
 // rest.
@@ -162,8 +154,7 @@ TEST(JsonOutput, EveryCommandGivesOneDocumentOfTheSchemaAndKeepsItsText)
         for (std::size_t i = 0; i < std::size(kCases); ++i) {
             const Case &c = kCases[i];
             const std::string where = fixture + ": " + c.words;
-            std::istringstream in(c.words);
-            const Words typed{std::istream_iterator<std::string>(in), {}};
+            const Words typed = krt_test::words(c.words);
             // The word may stand anywhere among the program's words.
             Words words = typed;
             words.insert(words.begin() + static_cast<long>(i % (words.size() + 1)), "--json");

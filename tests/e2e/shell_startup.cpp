@@ -31,17 +31,11 @@ TEST(Shell, Cases)
     krt_test::runCaseFile("shell.cases");
 }
 
-Words split(const std::string &text)
-{
-    std::istringstream in(text);
-    return {std::istream_iterator<std::string>(in), {}};
-}
-
 // A machine after `krtsim` steps (words; "" for none).
 SimMachine machine(const char *fixture, const std::string &krtsim)
 {
     SimMachine m(fixture);
-    EXPECT_TRUE(krtsim.empty() || m.krtsim(split(krtsim)).status == 0) << krtsim;
+    EXPECT_TRUE(krtsim.empty() || m.krtsim(krt_test::words(krtsim)).status == 0) << krtsim;
     return m;
 }
 
@@ -149,7 +143,7 @@ TEST(Startup, DiscoveryAsksEachControllerInTurn)
     for (const auto &c : cases) {
         const SimMachine m = machine(c.machine, c.krtsim);
         m.krtsim({"log", "clear"});
-        const auto r = m.cli(split(c.words));
+        const auto r = m.cli(krt_test::words(c.words));
         EXPECT_EQ(has(r.out, kNone), c.asked.empty()) << r.out;
         std::istringstream log(m.krtsim({"log"}).out);
         std::string asked;

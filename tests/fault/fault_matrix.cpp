@@ -4,11 +4,9 @@
 // signal, and without a sanitizer report when the build carries them.
 #include <gtest/gtest.h>
 
-#include <iterator>
-#include <sstream>
-
 #include "harness.h"
 #include "machine.h"
+#include "text.h"
 
 namespace krt_test {
 namespace {
@@ -37,8 +35,7 @@ TEST_P(FaultMatrix, EveryCommandEndsCleanly)
     options.input = "y\ny\n";
     options.timeoutSeconds = 30;
     for (const std::string &line : krt_fuzz::commandLines("fw.bin", "spi_in.bin", "out.bin")) {
-        std::istringstream in(line);
-        const RunResult r = machine.cli({std::istream_iterator<std::string>(in), {}}, options);
+        const RunResult r = machine.cli(words(line), options);
         EXPECT_FALSE(r.timedOut) << line << ": did not end within " << options.timeoutSeconds << " s";
         EXPECT_EQ(r.signal, 0) << line << ": ended by a signal\n" << r.err;
         for (const char *report : {"runtime error:", "Sanitizer"})

@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -20,6 +19,7 @@
 #include "krt/platform.h"
 #include "krt/records.h"
 #include "machine.h"
+#include "text.h"
 
 namespace krt_sim_test {
 
@@ -193,14 +193,7 @@ class LibMachine {
     }
 
     // krtsim with the words of one line.
-    krt_test::RunResult run(const std::string &line) const
-    {
-        std::vector<std::string> words;
-        std::istringstream in(line);
-        for (std::string w; in >> w;)
-            words.push_back(w);
-        return machine_.krtsim(words);
-    }
+    krt_test::RunResult run(const std::string &line) const { return machine_.krtsim(krt_test::words(line)); }
     std::string log() const { return machine_.krtsim({"log"}).out; }
     const krt_test::SimMachine &machine() const { return machine_; }
 

@@ -8,20 +8,13 @@
 #include <optional>
 #include <sstream>
 
+#include "text.h"
+
 namespace krt_test {
 
 namespace {
 
 using nlohmann::json;
-
-std::vector<std::string> lines(const std::string &text)
-{
-    std::vector<std::string> out;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        out.push_back(line);
-    return out;
-}
 
 struct Case {
     Words words;

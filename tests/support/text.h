@@ -1,7 +1,10 @@
 // Small text checks shared by the suites.
 #pragma once
 
+#include <iterator>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace krt_test {
 
@@ -17,6 +20,23 @@ inline int occurrences(const std::string &text, const std::string &part)
         ++count;
     }
     return count;
+}
+
+// The lines of a text, without their line feeds.
+inline std::vector<std::string> lines(const std::string &text)
+{
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        out.push_back(line);
+    return out;
+}
+
+// The blank-separated words of a text.
+inline std::vector<std::string> words(const std::string &text)
+{
+    std::istringstream in(text);
+    return {std::istream_iterator<std::string>(in), {}};
 }
 
 }  // namespace krt_test
