@@ -14,9 +14,11 @@
 #include <vector>
 
 #include "process.h"
+#include "text.h"
 
 namespace {
 
+using krt_test::words;
 using nlohmann::json;
 
 // One program's answer in the guest.
@@ -32,15 +34,6 @@ struct Guest {
     // Milliseconds per run of each block of ten, by command.
     std::map<std::string, std::vector<long>> blocks;
 };
-
-std::vector<std::string> words(const std::string &text)
-{
-    std::vector<std::string> out;
-    std::istringstream in(text);
-    for (std::string w; in >> w;)
-        out.push_back(w);
-    return out;
-}
 
 // The guest, built (once per set of inputs) and booted once per run, and
 // its report: "@@@ name" opens a section, "@@@ rc N" closes it, "@@@ block
