@@ -51,24 +51,6 @@ T record(const std::array<KRT_U8, N> &reply, size_t at = 8)
     return t;
 }
 
-template <typename T>
-std::vector<KRT_U8> bytesOf(const T &t)
-{
-    auto *b = reinterpret_cast<const KRT_U8 *>(&t);
-    return {b, b + sizeof t};
-}
-
-// The request header of a list or an action, as the bytes of a paired request.
-inline std::vector<KRT_U8> requestHeader(KRT_U16 start, KRT_U8 wanted, KRT_U8 type = 0)
-{
-    _RequestHeader h{};
-    h.size = sizeof h;
-    h.start = start;
-    h.numRequested = wanted;
-    h.requestType = type;
-    return bytesOf(h);
-}
-
 inline std::string text(const KRT_U8 *p, size_t n)
 {
     return std::string(reinterpret_cast<const char *>(p), n);
@@ -148,12 +130,6 @@ class LibMachine {
         return admin(words, XFER_TO_DEV, data.empty() ? nullptr : data.data(), static_cast<KRT_U32>(data.size()))
             .compStatus;
     }
-    // A vendor request without data, as the array commands send it.
-    KRT_U32 act(KRT_U32 cdw12, KRT_U32 cdw13 = 0, KRT_U32 cdw14 = 0) const
-    {
-        return send(cmd({{0, KRT_VENDOR_OPCODE}, {12, cdw12}, {13, cdw13}, {14, cdw14}}));
-    }
-
     // A direct vendor request (opcode 0xE2) reading 4096 bytes; the reply.
     Reply query(KRT_U32 cdw12, KRT_U32 cdw14 = 0, AdminResult *result = nullptr, const char *sig = kSig) const
     {

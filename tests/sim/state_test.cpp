@@ -1,6 +1,8 @@
 // The shared state file: protected against foreign files, and rebuilt when
-// another process cuts it short. Processes running at once are the load
-// test's; the clock's effects show in the end-to-end tables.
+// another process cuts it short; the stamp of an event the clock makes.
+// Processes running at once are the load test's, the clock's other effects
+// show in the end-to-end tables, and settings, resets, imports and commits
+// the tool would refuse itself never reach the simulator.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -67,4 +69,19 @@ TEST(SimState, FileCutShortByAnotherProcessIsRebuiltUnderTheLock)
     nvme_adapter_list list;
     ASSERT_EQ(m.list(list), 0);
     EXPECT_EQ(list.count, 1u);
+}
+
+// The event of a finished activity is stamped when it reached 100 %, not
+// when the clock was next looked at.
+TEST(SimHealth, FinishedActivityIsStampedWhenItFinished)
+{
+    LibMachine m("degraded");  // VD 1 initialises from 10 % at 6 s per percent
+    ASSERT_EQ(m.run("clock advance 1000").status, 0);
+    Reply page{};
+    ASSERT_EQ(m.read(cmd({{0, KRT_VENDOR_OPCODE}, {10, 1023}, {12, krt_cdw12(0xFE, 4, 0)}, {14, 4096}}), page), 0u);
+    const std::string events(reinterpret_cast<const char *>(page.data() + 40));
+    const unsigned long start = std::stoul(events.substr(events.find("[TIME]") + 6));
+    EXPECT_TRUE(
+        krt_test::has(events, "[SEQ]4[TIME]" + std::to_string(start + 540) + "[MSG]VD 1 initialization completed\n"))
+        << events;
 }

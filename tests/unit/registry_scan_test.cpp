@@ -1,8 +1,8 @@
 // Discovery: which adapters of the driver's list become registered
 // controllers, what the registry records for each, and the per-controller
 // lock that serves their paired requests. The management API's requests
-// where no command of the tool asks them (VD changes of API clients, NVM
-// commands) or no simulated controller answers so.
+// where no command of the tool asks them (NVM commands) or no simulated
+// controller answers so.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -12,7 +12,6 @@
 #include "api/krt_api.h"
 #include "device/device_management.h"
 #include "device/lock.h"
-#include "firmware/progressbar.h"
 #include "platform/nvme_lib.h"
 #include "transport_fake_driver.h"
 
@@ -150,36 +149,6 @@ TEST_F(Registry, AdminPrintsItsStatusAndNvmDoesNot)
     EXPECT_EQ(KRT_Adapter_NVM(0, 2, 1, words, 1, nullptr, 0, out, sizeof out), 0u);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "Invalid Firmware Slot (Status Code: 0x106)\nInvalid Command Opcode (Status Code: 0x1)\n");
-}
-
-// The API's VD changes (no command of the tool makes them this way) run the
-// guard's hooks only after success.
-TEST_F(Registry, VdChangesRunTheHooksOnlyAfterSuccess)
-{
-    twoControllers();
-    std::vector<KRT_U8> create(KRT_CREATE_VD_SIZE, 0);
-    adapter(0).pairReply[8 + 7] = 2;  // two VDs: the hooks only log, so each request is one pair
-    EXPECT_EQ(KRT_VD_Create(0, create.data()), 0u);
-    EXPECT_EQ(requests().size(), 4u) << "the request and the hook's VD list";
-    EXPECT_EQ(requests()[0].io.cmd[12], 0x300E2u);
-    fake::driver().requests.clear();
-    EXPECT_EQ(KRT_VD_Delete(0, 9), 0u);
-    ASSERT_EQ(requests().size(), 4u) << "the hook's VD list, then the request";
-    EXPECT_EQ(requests()[2].io.cmd[12], 0x400E2u);
-    EXPECT_EQ(requests()[2].sent[16], 9);
-    fake::driver().requests.clear();
-    adapter(0).pairReply[4] = 0x3C;
-    EXPECT_EQ(KRT_VD_Create(0, create.data()), 0x3Cu);
-    EXPECT_EQ(requests().size(), 2u) << "no hook after a failed request";
-
-    // A flash's progress is kept per controller (the index narrowed to eight bits).
-    _NVME_Flash_Result result{};
-    EXPECT_EQ(KRT_Adapter_Flash_Result(0, nullptr), 1u);
-    EXPECT_EQ(KRT_Adapter_Flash(0, "image.bin", 1, 2, 0), 0u);
-    EXPECT_EQ((std::vector<KRT_U32>{KRT_Adapter_Flash_Result(256, &result), KRT_Adapter_Flash_Result(1, &result)}),
-              (std::vector<KRT_U32>{0, 1}));
-    progressbar_management_close();
-    EXPECT_EQ(KRT_Adapter_Flash_Result(0, &result), 1u);
 }
 
 // Costs the five seconds of the deadline: nothing else notices a wait that
