@@ -270,11 +270,9 @@ TEST(Capture, AnotherMakersControllerGivesItsStandardData)
         EXPECT_EQ(run(copy, words).out, run(m, words).out) << words[0];
 }
 
-}  // namespace
-
 // Every kind of reading request fails in turn, or answers without our
-// signature or past its length: the capture ends by itself and what it
-// wrote is a machine the simulator takes.
+// signature, with a failed envelope or past its length: the capture ends by
+// itself and what it wrote is a machine the simulator takes.
 TEST(Capture, EachReadFailingOrHostileLeavesAMachineFile)
 {
     // Every kind the capture of `degraded` sends: opcode, and the class
@@ -284,21 +282,26 @@ TEST(Capture, EachReadFailingOrHostileLeavesAMachineFile)
                                     {"0xcb", "0x000100e3"}, {"0xcb", "0x000200e3"}, {"0xe2", "0x000000e0"},
                                     {"0xe2", "0x000001e0"}, {"0xe2", "0x00001ae0"}, {"0xe2", "0x000000e5"},
                                     {"0xe2", "0x00ff01e5"}, {"0xe2", "0x000002fe"}, {"0xe2", "0x000004fe"}};
-    const SimMachine original("degraded");
-    for (const auto &[opcode, cdw12] : reads) {
-        for (const char *effect : {"--status 0x0002", "--bad-sign", "--overlong"}) {
-            SimMachine m(original);
-            ASSERT_EQ(m.krtsim(krt_test::words("fault add --opcode " + std::string(opcode) +
-                                               (*cdw12 != '\0' ? " --cdw12 " + std::string(cdw12) : "") + " " + effect))
-                          .status,
-                      0);
-            const std::string file = m.dir().file("m.json");
-            const RunResult r = m.cli({"--capture", file});
-            SCOPED_TRACE(std::string(opcode) + " " + cdw12 + " " + effect + "\n" + r.err);
-            EXPECT_TRUE(r.status == 1 || (r.status == 0 && std::string(effect) != "--status 0x0002"));
-            if (std::filesystem::exists(file)) {
-                EXPECT_EQ(SimMachine().krtsim({"reset", file}).status, 0);
+    for (const std::string fixture : {"degraded", "import"}) {
+        const SimMachine original(fixture);
+        for (const auto &[opcode, cdw12] : reads) {
+            for (const char *effect : {"--status 0x0002", "--bad-sign", "--overlong", "--envelope-status 1"}) {
+                SimMachine m(original);
+                ASSERT_EQ(
+                    m.krtsim(krt_test::words("fault add --opcode " + std::string(opcode) +
+                                             (*cdw12 != '\0' ? " --cdw12 " + std::string(cdw12) : "") + " " + effect))
+                        .status,
+                    0);
+                const std::string file = m.dir().file("m.json");
+                const RunResult r = m.cli({"--capture", file});
+                SCOPED_TRACE(fixture + " " + opcode + " " + cdw12 + " " + effect + "\n" + r.err);
+                EXPECT_TRUE(r.status == 1 || (r.status == 0 && std::string(effect) != "--status 0x0002"));
+                if (std::filesystem::exists(file)) {
+                    EXPECT_EQ(SimMachine().krtsim({"reset", file}).status, 0);
+                }
             }
         }
     }
 }
+
+}  // namespace
