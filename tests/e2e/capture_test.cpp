@@ -275,14 +275,14 @@ TEST(Capture, AnotherMakersControllerGivesItsStandardData)
 // itself and what it wrote is a machine the simulator takes.
 TEST(Capture, EachReadFailingOrHostileLeavesAMachineFile)
 {
-    // Every kind the capture of `degraded` sends: opcode, and the class
-    // word of a vendor request or of the send of a pair.
+    // Every kind the capture of `degraded` sends (a JBOF asks no VD lists):
+    // opcode, and the class word of a vendor request or of the send of a pair.
     const char *const reads[][2] = {{"0x02", ""},           {"0x06", ""},           {"0xc2", ""},
                                     {"0xce", ""},           {"0xcb", "0x000000e1"}, {"0xcb", "0x000000e2"},
                                     {"0xcb", "0x000100e3"}, {"0xcb", "0x000200e3"}, {"0xe2", "0x000000e0"},
                                     {"0xe2", "0x000001e0"}, {"0xe2", "0x00001ae0"}, {"0xe2", "0x000000e5"},
                                     {"0xe2", "0x00ff01e5"}, {"0xe2", "0x000002fe"}, {"0xe2", "0x000004fe"}};
-    for (const std::string fixture : {"degraded", "import"}) {
+    for (const std::string fixture : {"degraded", "import", "jbof", "multi"}) {
         const SimMachine original(fixture);
         for (const auto &[opcode, cdw12] : reads) {
             for (const char *effect : {"--status 0x0002", "--bad-sign", "--overlong", "--envelope-status 1"}) {
@@ -295,7 +295,10 @@ TEST(Capture, EachReadFailingOrHostileLeavesAMachineFile)
                 const std::string file = m.dir().file("m.json");
                 const RunResult r = m.cli({"--capture", file});
                 SCOPED_TRACE(fixture + " " + opcode + " " + cdw12 + " " + effect + "\n" + r.err);
-                EXPECT_TRUE(r.status == 1 || (r.status == 0 && std::string(effect) != "--status 0x0002"));
+                // A failed request makes exit status 1 (not every machine sends every kind); a
+                // garbled reply may.
+                const bool failed = has(m.krtsim({"log"}).out, " status=0x2\n");
+                EXPECT_TRUE(std::string(effect) == "--status 0x0002" ? r.status == (failed ? 1 : 0) : r.status <= 1);
                 if (std::filesystem::exists(file)) {
                     EXPECT_EQ(SimMachine().krtsim({"reset", file}).status, 0);
                 }
