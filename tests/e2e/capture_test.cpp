@@ -282,7 +282,7 @@ TEST(Capture, EachReadFailingOrHostileLeavesAMachineFile)
                                     {"0xcb", "0x000100e3"}, {"0xcb", "0x000200e3"}, {"0xe2", "0x000000e0"},
                                     {"0xe2", "0x000001e0"}, {"0xe2", "0x00001ae0"}, {"0xe2", "0x000000e5"},
                                     {"0xe2", "0x00ff01e5"}, {"0xe2", "0x000002fe"}, {"0xe2", "0x000004fe"}};
-    for (const std::string fixture : {"degraded", "import", "jbof", "multi"}) {
+    for (const std::string fixture : {"degraded", "import", "jbof"}) {
         const SimMachine original(fixture);
         for (const auto &[opcode, cdw12] : reads) {
             for (const char *effect : {"--status 0x0002", "--bad-sign", "--overlong", "--envelope-status 1"}) {
