@@ -217,19 +217,24 @@ extern "C" unsigned char completeWord(EditLine *el, int)
     return CC_REDISPLAY;
 }
 
-// After the window shrank, cuts the end of a line that no longer fits.
+// After the window shrank, cuts the end of a line that no longer fits. The
+// editor's redraw walks the rows the line took at the old size; with fewer
+// rows now it would walk past its display. So the line leaves the screen at
+// the old size, the size changes, and the line comes back cut to fit.
 void fitAfterResize(EditLine *el)
 {
+    const std::string text = currentLine(el);
+    replaceLine(el, "");
+    el_set(el, EL_REFRESH);
     el_resize(el);
+    el_insertstr(el, text.c_str());
     const LineInfoW *line = el_wline(el);
     long cells = lineCells(el);
     int cut = 0;
     for (const wchar_t *c = line->lastchar; c > line->buffer && !fits(el, cells); ++cut)
         cells -= cellsOf(*--c);
-    if (cut == 0)
-        return;
-    el_cursor(el, static_cast<int>(line->lastchar - line->cursor));
-    el_deletestr(el, cut);
+    if (cut != 0)
+        el_deletestr(el, cut);
     el_set(el, EL_REFRESH);
 }
 
@@ -346,8 +351,12 @@ class ReadingSignals {
   public:
     ReadingSignals()
     {
+        // Restarted: a signal that arrives while the editor draws must not
+        // cut a write to the terminal short (the waits for a key end all the
+        // same).
         struct sigaction action {};
         sigemptyset(&action.sa_mask);
+        action.sa_flags = SA_RESTART;
         action.sa_handler = onInterrupt;
         sigaction(SIGINT, &action, &interrupt_);
         action.sa_handler = onResize;
