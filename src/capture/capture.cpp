@@ -161,26 +161,32 @@ bool writeWhole(const std::string &path, const std::string &text, std::string &e
     return true;
 }
 
-std::string utcNow()
+// A short text made in place: the capture's time, a status, a count.
+struct Text {
+    char text[64] = "";
+};
+
+Text utcNow()
 {
     const std::time_t now = std::time(nullptr);
     std::tm utc{};
-    char text[32] = "";
+    Text t;
     if (gmtime_r(&now, &utc) != nullptr)
-        std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
-    return text;
-}
-
-std::string statusText(KRT_U32 status)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%x", status);
-    return text;
+        std::strftime(t.text, sizeof t.text, "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return t;
 }
 
 const char *plural(std::size_t n)
 {
     return n == 1 ? "" : "s";
+}
+
+// "3 parts not read or cut": how much of a capture the notes speak of.
+Text notedParts(std::size_t notes)
+{
+    Text t;
+    std::snprintf(t.text, sizeof t.text, "%zu part%s not read or cut", notes, plural(notes));
+    return t;
 }
 
 // Reads the controllers into the document; the number of notes made.
@@ -192,39 +198,34 @@ std::size_t readControllers(Json &doc, int first, int last)
         gCurrentAdapter = static_cast<KRT_U8>(i);
         const char *name = KRT_Adapter_GetDevicePath(static_cast<KRT_U16>(i));
         ControllerCapture c = readController(static_cast<KRT_U16>(i));
-        Json where = Json::object();
-        where["controller"] = i;
-        where["adapter"] = freeText(name);
+        // Half a controller would not make a machine: it is left out.
         if (c.vanished) {
-            // Half a controller would not make a machine: it is left out.
             say("controller %d (%s): vanished while it was read; left out of the file", i, name);
-            Json note = where;
-            note["object"] = "controller";
-            note["note"] = "vanished while it was read; left out";
-            notes.push_back(note);
-            continue;
+            c.notes = {{"controller", "vanished while it was read; left out", 0}};
         }
         for (const Note &n : c.notes) {
-            Json note = where;
-            note["object"] = n.object;
-            note["note"] = n.what;
-            if (n.status != 0)
-                note["status"] = statusText(n.status);
-            notes.push_back(note);
+            Json &note = notes.emplace_back(Json::object());
+            put(note, {{"controller", static_cast<unsigned>(i)}});
+            note["adapter"] = freeText(name);
+            put(note, {{"object", n.object.c_str()}, {"note", n.what.c_str()}});
+            if (n.status != 0) {
+                Text status;
+                std::snprintf(status.text, sizeof status.text, "0x%x", n.status);
+                put(note, {{"status", status.text}});
+            }
         }
+        if (c.vanished)
+            continue;
         adapters.push_back(std::move(c.adapter));
-        std::string tail;
-        if (c.foreign)
-            tail += "; another maker's controller: the standard requests only";
+        char noted[96] = "";
         if (!c.notes.empty())
-            tail += "; " + std::to_string(c.notes.size()) + " part" + plural(c.notes.size()) +
-                    " not read or cut (see \"notes\")";
-        say("captured controller %d (%s): %d PD%s, %d VD%s, %d namespace%s, %d event%s%s", i, name, c.pds,
+            std::snprintf(noted, sizeof noted, "; %s (see \"notes\")", notedParts(c.notes.size()).text);
+        say("captured controller %d (%s): %d PD%s, %d VD%s, %d namespace%s, %d event%s%s%s", i, name, c.pds,
             plural(static_cast<std::size_t>(c.pds)), c.vds, plural(static_cast<std::size_t>(c.vds)), c.namespaces,
             plural(static_cast<std::size_t>(c.namespaces)), c.events, plural(static_cast<std::size_t>(c.events)),
-            tail.c_str());
+            c.foreign ? "; another maker's controller: the standard requests only" : "", noted);
     }
-    doc["captured"]["controllers"] = adapters.size();
+    put(doc["captured"], {{"controllers", adapters.size()}});
     doc["notes"] = notes;
     doc["adapters"] = std::move(adapters);
     return doc["notes"].size();
@@ -272,7 +273,9 @@ int run(int argc, char **argv)
 
     Json doc = Json::object();
     doc["machine_format"] = {kFormatMajor, kFormatMinor};
-    doc["captured"] = {{"by", std::string("krt_cli ") + CLI_VERSION}, {"time", utcNow()}};
+    char by[32];
+    std::snprintf(by, sizeof by, "krt_cli %s", CLI_VERSION);
+    put(doc["captured"], {{"by", by}, {"time", utcNow().text}});
     const std::size_t notes = readControllers(doc, first, last);
     KRT_Final();
     const std::size_t written = doc["adapters"].size();
@@ -293,11 +296,9 @@ int run(int argc, char **argv)
         return 1;
     }
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
-    say("wrote %s: %zu controller%s, %zu bytes, %.1f s; %s", w.file.c_str(), written, plural(written), text.size(),
-        seconds,
-        notes == 0
-            ? "everything was read"
-            : (std::to_string(notes) + " part" + plural(notes) + " not read or cut, listed under \"notes\"").c_str());
+    say("wrote %s: %zu controller%s, %zu bytes, %.1f s; %s%s", w.file.c_str(), written, plural(written), text.size(),
+        seconds, notes == 0 ? "everything was read" : notedParts(notes).text,
+        notes == 0 ? "" : ", listed under \"notes\"");
     return notes == 0 ? 0 : 1;
 }
 

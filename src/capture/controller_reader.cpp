@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -62,13 +63,14 @@ constexpr KRT_U8 kInverseStateSub = 0x1A;
 
 using Page = std::array<KRT_U8, NVME_IDENTIFY_SIZE>;
 
-// A field of a packed record, copied out: JSON values are made from
-// references, which a packed field cannot give.
-template <typename T>
-constexpr T val(T v)
-{
-    return v;
-}
+// The name of an object a note speaks of: "pd 3", "namespace 5 Identify".
+struct Name {
+    Name(const char *kind, unsigned long id, const char *part = "")
+    {
+        std::snprintf(text, sizeof text, "%s %lu%s", kind, id, part);
+    }
+    char text[48];
+};
 
 std::string versionText(const NVME_Version_Info &v)
 {
@@ -92,9 +94,9 @@ const char *bgaState(KRT_U8 status)
 Json bgaOf(const _NVME_BGA_STATUS &bga)
 {
     Json b = Json::object();
-    b["type"] = val(bga.BgaType);
-    b["state"] = bgaState(bga.BgaStatus);
-    b["percent"] = std::min<int>(bga.Percentage, 100);
+    put(b, {{"type", bga.BgaType},
+            {"state", bgaState(bga.BgaStatus)},
+            {"percent", std::min<unsigned>(bga.Percentage, 100)}});
     return b;
 }
 
@@ -117,18 +119,33 @@ class Reader {
     void run();
 
   private:
-    // Notes a request that failed; true when it did. A controller whose
-    // handle can no longer be opened has vanished: nothing more is asked.
-    bool failed(KRT_U32 status, const std::string &object)
+    // Notes a request that failed, naming what it read; true when it
+    // did. A controller whose handle can no longer be opened has vanished:
+    // nothing more is asked.
+    bool failed(KRT_U32 status, const char *object, ...) __attribute__((format(printf, 3, 4)))
     {
         if (status == 0)
             return false;
         if (status == kNoAdapter)
             out_.vanished = true;
-        out_.notes.push_back({object, "not read", status});
+        char text[64];
+        va_list args;
+        va_start(args, object);
+        std::vsnprintf(text, sizeof text, object, args);
+        va_end(args);
+        out_.notes.push_back({text, "not read", status});
         return true;
     }
-    void cut(const std::string &object, const std::string &what) { out_.notes.push_back({object, what, 0}); }
+    // Notes what the file holds otherwise than the controller does.
+    void cut(const char *object, const char *what, ...) __attribute__((format(printf, 3, 4)))
+    {
+        char text[128];
+        va_list args;
+        va_start(args, what);
+        std::vsnprintf(text, sizeof text, what, args);
+        va_end(args);
+        out_.notes.push_back({object, text, 0});
+    }
     bool gone() const { return out_.vanished; }
 
     KRT_U32 send(krt_admin_command_format &cmd, void *reply, KRT_U16 length)
@@ -231,7 +248,7 @@ bool Reader::list(KRT_U32 (*request)(KRT_U16, void *), const char *object, std::
         head.numRequested = static_cast<KRT_U8>(kAsk);
         std::fill(buffer.begin(), buffer.end(), KRT_U8{0});
         std::memcpy(buffer.data(), &head, sizeof head);
-        if (failed(request(index_, buffer.data()), object))
+        if (failed(request(index_, buffer.data()), "%s", object))
             return false;
         std::memcpy(&head, buffer.data(), sizeof head);
         const std::size_t n = std::min<std::size_t>(head.numReturned, kAsk);
@@ -245,7 +262,7 @@ bool Reader::list(KRT_U32 (*request)(KRT_U16, void *), const char *object, std::
             return true;
         start = head.nextStart;
     }
-    cut(object, "more rounds than " + std::to_string(kMaxListRounds) + "; the rest is left out");
+    cut(object, "more rounds than %d; the rest is left out", kMaxListRounds);
     return true;
 }
 
@@ -279,56 +296,53 @@ void Reader::writeHead()
         const _NVME_Adapter_Info &i = info_;
         a["firmware"] = versionText(i.FirmwareVersion);
         a["uefi"] = versionText(i.UEFIVersion);
-        a["vid"] = val(i.VID);
-        a["svid"] = val(i.SVID);
-        a["did"] = val(i.DID);
-        a["sdid"] = val(i.SDID);
-        a["revision"] = val(i.RevisionID);
-        a["sku"] = val(i.SKUID);
-        a["port_count"] = val(i.PortCount);
-        a["max_pd"] = val(i.MaxPD);
-        a["max_vd"] = val(i.MaxVD);
-        a["max_ns"] = val(i.MaxNS);
-        a["max_pd_per_vd"] = val(i.MaxPDPerVD);
-        a["max_ns_per_vd"] = val(i.MaxNSPerVD);
-        a["max_flash_size"] = val(i.MaxFlashSize);
-        a["max_buffer_size"] = val(i.MaxBufferSize);
-        a["raid_modes"] = val(i.SupportRAIDMode);
-        a["bga_features"] = val(i.SupportBGAFeature);
-        a["stripe_sizes"] = val(i.StripeSizeSupported);
-        a["cache"] = val(i.Cache);
-        a["features"] = val(i.Features);
-        a["oem_features"] = val(i.OEMFeatures);
-        Json links = Json::array();
+        put(a, {{"vid", i.VID},
+                {"svid", i.SVID},
+                {"did", i.DID},
+                {"sdid", i.SDID},
+                {"revision", i.RevisionID},
+                {"sku", i.SKUID},
+                {"port_count", i.PortCount},
+                {"max_pd", i.MaxPD},
+                {"max_vd", i.MaxVD},
+                {"max_ns", i.MaxNS},
+                {"max_pd_per_vd", i.MaxPDPerVD},
+                {"max_ns_per_vd", i.MaxNSPerVD},
+                {"max_flash_size", i.MaxFlashSize},
+                {"max_buffer_size", i.MaxBufferSize},
+                {"raid_modes", i.SupportRAIDMode},
+                {"bga_features", i.SupportBGAFeature},
+                {"stripe_sizes", i.StripeSizeSupported},
+                {"cache", i.Cache},
+                {"features", i.Features},
+                {"oem_features", i.OEMFeatures}});
+        Json &links = a["pcie"] = Json::array();
         for (const NVME_PCIe_Info &link : i.PCIeInfo) {
             if (link.Type == 255)
                 break;
-            links.push_back({{"type", val(link.Type)},
-                             {"id", val(link.Id)},
-                             {"speed", val(link.Speed)},
-                             {"width", val(link.LinkWidth)}});
+            put(links.emplace_back(Json::object()),
+                {{"type", link.Type}, {"id", link.Id}, {"speed", link.Speed}, {"width", link.LinkWidth}});
         }
-        a["pcie"] = links;
-        a["build_date"] = fieldText(i.BuildDate, sizeof i.BuildDate, Pad::Nuls);
-        a["bus"] = val(i.BusNumber);
-        a["device"] = val(i.DeviceNumber);
-        a["function"] = val(i.FunctionNumber);
+        put(a, {text("build_date", i.BuildDate, Pad::Nuls),
+                {"bus", i.BusNumber},
+                {"device", i.DeviceNumber},
+                {"function", i.FunctionNumber}});
     }
     if (haveIdentify_) {
         _krt_id_ctrl id;
         std::memcpy(&id, identify_.data(), sizeof id);
         if (!haveInfo_)
-            a["vid"] = val(id.vid);
-        a["serial"] = fieldText(id.sn, sizeof id.sn, Pad::Blanks);
-        a["model"] = fieldText(id.mn, sizeof id.mn, Pad::Blanks);
-        a["fr"] = fieldText(id.fr, sizeof id.fr, Pad::Blanks);
-        a["ssvid"] = val(id.ssvid);
-        a["cntlid"] = val(id.cntlid);
-        a["frmw"] = val(id.frmw);
-        a["tnvmcap"] = val(id.tnvmcap[0]);
-        a["unvmcap"] = val(id.unvmcap[0]);
-        a["subnqn"] = fieldText(id.subnqn, sizeof id.subnqn, Pad::Nuls);
-        a["identify_hex"] = hexOf(identify_.data(), identify_.size(), true);
+            put(a, {{"vid", id.vid}});
+        put(a, {text("serial", id.sn, Pad::Blanks),
+                text("model", id.mn, Pad::Blanks),
+                text("fr", id.fr, Pad::Blanks),
+                {"ssvid", id.ssvid},
+                {"cntlid", id.cntlid},
+                {"frmw", id.frmw},
+                {"tnvmcap", id.tnvmcap[0]},
+                {"unvmcap", id.unvmcap[0]},
+                text("subnqn", id.subnqn, Pad::Nuls),
+                hex("identify_hex", identify_.data(), identify_.size(), true)});
     }
 }
 
@@ -345,7 +359,7 @@ void Reader::readSettings()
         if (!failed(direct(cmd, *reply), "settings")) {
             _NVME_Adapter_Config config;
             std::memcpy(&config, reply->data, sizeof config);
-            ad()["config"] = {{"auto_rebuild", val(config.AutoRebuildOn)}, {"bga_rate", val(config.BGARate)}};
+            put(ad()["config"], {{"auto_rebuild", config.AutoRebuildOn}, {"bga_rate", config.BGARate}});
         }
     }
     if (gone())
@@ -357,7 +371,7 @@ void Reader::readSettings()
     cmd.cdw_flag = kFlagDirect;
     std::memset(reply.get(), 0, sizeof *reply);
     if (!failed(send(cmd, reply.get(), sizeof *reply), "GPIO inversion"))
-        ad()["gpio_inverse"] = reinterpret_cast<const KRT_U8 *>(reply.get())[0];
+        put(ad(), {{"gpio_inverse", reinterpret_cast<const KRT_U8 *>(reply.get())[0]}});
 }
 
 void Reader::readHealth()
@@ -365,11 +379,11 @@ void Reader::readHealth()
     _krt_smart_log log{};
     if (!failed(admin(NVME_ADMIN_GET_LOG_PAGE, kAllNamespaces, kSmartLogCdw10, &log, sizeof log),
                 "controller SMART log")) {
-        ad()["smart"] = {{"critical_warning", val(log.critical_warning)},
-                         {"temperature", val(log.temperature)},
-                         {"available_spare", val(log.avail_spare)},
-                         {"spare_threshold", val(log.spare_thresh)},
-                         {"percent_used", val(log.percent_used)}};
+        put(ad()["smart"], {{"critical_warning", log.critical_warning},
+                            {"temperature", log.temperature},
+                            {"available_spare", log.avail_spare},
+                            {"spare_threshold", log.spare_thresh},
+                            {"percent_used", log.percent_used}});
     }
     if (gone())
         return;
@@ -386,7 +400,7 @@ void Reader::readEvents()
     for (int i = 0; i < KRT_EVENT_PAGES && !gone(); ++i) {
         krt_admin_command_format cmd = eventPageRequest(static_cast<KRT_U32>(i) * KRT_EVENT_PAGE_SIZE);
         *page = _NVME_Event_Page{};
-        if (failed(send(cmd, page.get(), sizeof *page), "event page " + std::to_string(i)))
+        if (failed(send(cmd, page.get(), sizeof *page), "event page %d", i))
             continue;
         readEventPage(*page, events);
     }
@@ -398,8 +412,7 @@ void Reader::readEvents()
     if (events.size() > kFormatEvents) {
         slots = eventShowOrder(events, static_cast<int>(kFormatEvents));
         std::reverse(slots.begin(), slots.end());
-        cut("event log", "holds " + std::to_string(events.size()) + " events; the newest " +
-                             std::to_string(kFormatEvents) + " are kept");
+        cut("event log", "holds %zu events; the newest %zu are kept", events.size(), kFormatEvents);
     }
     Json entries = Json::array();
     KRT_U64 logged = 0;
@@ -407,19 +420,24 @@ void Reader::readEvents()
         const _NVME_SA_Evt_Item &e = events[i];
         char *end = nullptr;
         const unsigned long long seq = std::strtoull(e.seq, &end, 10);
-        if (e.seq[0] == '\0' || end == nullptr || *end != '\0' || seq > 0xFFFFFFFFull)
-            cut("event " + std::string(e.seq), "its sequence number is not a 32-bit number; written as 0");
+        if (e.seq[0] == '\0' || end == nullptr || *end != '\0' || seq > 0xFFFFFFFFull) {
+            char object[sizeof e.seq + 8];
+            std::snprintf(object, sizeof object, "event %s", e.seq);
+            cut(object, "its sequence number is not a 32-bit number; written as 0");
+        }
         const KRT_U64 number = end != nullptr && *end == '\0' && seq <= 0xFFFFFFFFull ? seq : 0;
         logged = std::max<KRT_U64>(logged, number);
-        std::string message = e.msg;
-        if (message.size() > kFormatEventText) {
-            cut("event " + std::to_string(number), "message cut to " + std::to_string(kFormatEventText) + " bytes");
-            message.resize(kFormatEventText);
-        }
-        entries.push_back({{"seq", number}, {"time", val(e.time)}, {"message", freeText(message)}});
+        const std::size_t length = strnlen(e.msg, sizeof e.msg);
+        if (length > kFormatEventText)
+            cut(Name("event", number).text, "message cut to %zu bytes", kFormatEventText);
+        Json &entry = entries.emplace_back(Json::object());
+        put(entry, {{"seq", number}, {"time", e.time}});
+        entry["message"] = freeText(std::string(e.msg, std::min(length, kFormatEventText)));
     }
     out_.events = static_cast<int>(entries.size());
-    ad()["event_ring"] = {{"logged", std::max<KRT_U64>(logged, entries.size())}, {"entries", entries}};
+    Json &ring = ad()["event_ring"];
+    put(ring, {{"logged", std::max<KRT_U64>(logged, entries.size())}});
+    ring["entries"] = std::move(entries);
     if (gone())
         return;
 
@@ -432,10 +450,8 @@ void Reader::readEvents()
     cmd.CDW[12] = krt_cdw12(KRT_CLASS_DUMP, KRT_LOG_SPI_STATE, 0);
     cmd.cdw_flag = kFlagRead;
     auto reply = std::make_unique<_NVMEReceiveData>();
-    if (!failed(direct(cmd, *reply), "SPI log state")) {
-        ad()["spi_log_on"] = reply->data[0] != 0;
-        ad()["spi_log"] = "";
-    }
+    if (!failed(direct(cmd, *reply), "SPI log state"))
+        put(ad(), {{"spi_log_on", reply->data[0] != 0}, {"spi_log", ""}});
 }
 
 void Reader::readDisks()
@@ -450,82 +466,80 @@ void Reader::readDisks()
     for (const _NVME_PD_Info &pd : pds_) {
         if (gone())
             return;
-        const std::string name = "pd " + std::to_string(pd.ID);
+        const Name name("pd", pd.ID);
         if (pd.ID >= kFormatPds) {
-            cut(name, "past the " + std::to_string(kFormatPds) + " disks the format holds; left out");
+            cut(name.text, "past the %u disks the format holds; left out", kFormatPds);
             continue;
         }
-        Json p = Json::object();
-        p["id"] = val(pd.ID);
-        p["model"] = fieldText(pd.Model, sizeof pd.Model, Pad::Blanks);
-        p["serial"] = fieldText(pd.SerialNo, sizeof pd.SerialNo, Pad::Blanks);
-        p["fw"] = fieldText(pd.FWVersion, sizeof pd.FWVersion, Pad::Blanks);
-        p["sectors"] = val(pd.LBA);
-        p["sector_size"] = val(pd.SectorSize);
-        p["slot"] = val(pd.SSDAdapterID);
-        p["nsid"] = val(pd.SSDNSID);
-        p["temperature"] = val(pd.Temperature);
-        p["status"] = val(pd.Status);
+        Json &p = pdEntries_[pd.ID] = Json::object();
+        put(p, {{"id", pd.ID},
+                text("model", pd.Model, Pad::Blanks),
+                text("serial", pd.SerialNo, Pad::Blanks),
+                text("fw", pd.FWVersion, Pad::Blanks),
+                {"sectors", pd.LBA},
+                {"sector_size", pd.SectorSize},
+                {"slot", pd.SSDAdapterID},
+                {"nsid", pd.SSDNSID},
+                {"temperature", pd.Temperature},
+                {"status", pd.Status}});
 
         Page identify{};
         if (!failed(disk(pd.ID, NVME_ADMIN_IDENTIFY, NVME_CNS_CONTROLLER, kFlagDiskIdentify, identify.data(),
                          identify.size()),
-                    name + " Identify")) {
+                    "%s Identify", name.text)) {
             _krt_id_ctrl id;
             std::memcpy(&id, identify.data(), sizeof id);
-            p["vid"] = val(id.vid);
-            Json own = Json::object();
-            own["frmw"] = val(id.frmw);
+            put(p, {{"vid", id.vid}});
+            Json &own = p["identify"] = Json::object();
+            put(own, {{"frmw", id.frmw}});
             // The disk's own texts only where its record says otherwise.
             if (std::memcmp(id.sn, pd.SerialNo, sizeof id.sn) != 0)
-                own["serial"] = fieldText(id.sn, sizeof id.sn, Pad::Blanks);
+                put(own, {text("serial", id.sn, Pad::Blanks)});
             if (std::memcmp(id.mn, pd.Model, sizeof id.mn) != 0)
-                own["model"] = fieldText(id.mn, sizeof id.mn, Pad::Blanks);
+                put(own, {text("model", id.mn, Pad::Blanks)});
             if (std::memcmp(id.fr, pd.FWVersion, sizeof id.fr) != 0)
-                own["fr"] = fieldText(id.fr, sizeof id.fr, Pad::Blanks);
-            own["subnqn"] = fieldText(id.subnqn, sizeof id.subnqn, Pad::Nuls);
-            p["identify"] = own;
+                put(own, {text("fr", id.fr, Pad::Blanks)});
+            put(own, {text("subnqn", id.subnqn, Pad::Nuls)});
         }
         _krt_smart_log log{};
         if (!gone() && !failed(disk(pd.ID, NVME_ADMIN_GET_LOG_PAGE, kSmartLogCdw10, kFlagDiskLog, &log, sizeof log),
-                               name + " SMART log")) {
+                               "%s SMART log", name.text)) {
             const KRT_U16 temperature = log.temperature;
-            p["critical_warning"] = val(log.critical_warning);
+            put(p, {{"critical_warning", log.critical_warning}});
             if (temperature != pd.Temperature)
-                p["smart_temperature"] = temperature;
-            p["available_spare"] = val(log.avail_spare);
-            p["spare_threshold"] = val(log.spare_thresh);
-            p["percent_used"] = val(log.percent_used);
-            p["data_units_read"] = counter128(log.data_units_read);
-            p["data_units_written"] = counter128(log.data_units_written);
-            p["host_read_commands"] = counter128(log.host_reads);
-            p["host_write_commands"] = counter128(log.host_writes);
-            p["controller_busy_time"] = counter128(log.ctrl_busy_time);
-            p["power_cycles"] = counter128(log.power_cycles);
-            p["power_on_hours"] = counter128(log.power_on_hours);
-            p["unsafe_shutdowns"] = counter128(log.unsafe_shutdowns);
-            p["media_errors"] = counter128(log.media_errors);
-            p["error_log_entries"] = counter128(log.num_err_log_entries);
-            p["warning_temp_minutes"] = static_cast<KRT_U32>(log.warning_temp_time);
+                put(p, {{"smart_temperature", temperature}});
+            put(p, {{"available_spare", log.avail_spare},
+                    {"spare_threshold", log.spare_thresh},
+                    {"percent_used", log.percent_used},
+                    counter("data_units_read", log.data_units_read),
+                    counter("data_units_written", log.data_units_written),
+                    counter("host_read_commands", log.host_reads),
+                    counter("host_write_commands", log.host_writes),
+                    counter("controller_busy_time", log.ctrl_busy_time),
+                    counter("power_cycles", log.power_cycles),
+                    counter("power_on_hours", log.power_on_hours),
+                    counter("unsafe_shutdowns", log.unsafe_shutdowns),
+                    counter("media_errors", log.media_errors),
+                    counter("error_log_entries", log.num_err_log_entries),
+                    {"warning_temp_minutes", log.warning_temp_time}});
             if (log.critical_comp_time != 0)
-                p["critical_temp_minutes"] = static_cast<KRT_U32>(log.critical_comp_time);
+                put(p, {{"critical_temp_minutes", log.critical_comp_time}});
             KRT_U16 sensors[8];
             std::memcpy(sensors, log.temp_sensor, sizeof sensors);
             // Sensors other than the composite alone, and thermal figures.
             if (sensors[0] != temperature || std::any_of(sensors + 1, sensors + 8, [](KRT_U16 t) { return t != 0; }))
-                p["temperature_sensors"] = Json(std::vector<KRT_U16>(sensors, sensors + 8));
+                p["temperature_sensors"] = sensors;
             const KRT_U32 thermal[4] = {log.tmt1tc, log.tmt2tc, log.ttftmt1, log.ttftmt2};
             if (std::any_of(thermal, thermal + 4, [](KRT_U32 t) { return t != 0; }))
-                p["thermal"] = Json(std::vector<KRT_U32>(thermal, thermal + 4));
+                p["thermal"] = thermal;
         }
         std::array<KRT_U8, kSlotLogSize> slots{};
         if (!gone() &&
             !failed(disk(pd.ID, NVME_ADMIN_GET_LOG_PAGE, kSlotLogCdw10, kFlagDiskLog, slots.data(), slots.size()),
-                    name + " firmware slots"))
+                    "%s firmware slots", name.text))
             putSlots(p, slots);
         if (auto b = pdBga_.find(pd.ID); b != pdBga_.end() && b->second.BgaStatus != KRT_NVME_BGA_STATUS_NONE)
             p["bga"] = bgaOf(b->second);
-        pdEntries_[pd.ID] = p;
     }
 }
 
@@ -542,26 +556,26 @@ void Reader::readArrays()
 Json Reader::namespaceEntry(const _NVME_NS_Info &ns, std::size_t slot)
 {
     Json n = Json::object();
-    n["nsid"] = val(ns.NSID);
-    n["slot"] = slot;
-    n["sectors"] = val(ns.LBA);
-    n["sector_size"] = val(ns.SectorSize);
-    n["lba_data_size"] = val(ns.LBADataSize);
-    n["valid"] = (ns.Status & KRT_NS_VALID) != 0;
-    n["active"] = (ns.Status & KRT_NS_ACTIVE) != 0;
+    put(n, {{"nsid", ns.NSID},
+            {"slot", slot},
+            {"sectors", ns.LBA},
+            {"sector_size", ns.SectorSize},
+            {"lba_data_size", ns.LBADataSize},
+            {"valid", (ns.Status & KRT_NS_VALID) != 0},
+            {"active", (ns.Status & KRT_NS_ACTIVE) != 0}});
     if ((ns.Status & ~(KRT_NS_VALID | KRT_NS_ACTIVE)) != 0)
-        n["status"] = val(ns.Status);
+        put(n, {{"status", ns.Status}});
     Page identify{};
-    const std::string name = "namespace " + std::to_string(ns.NSID);
+    const Name name("namespace", ns.NSID);
     if (gone() || failed(admin(NVME_ADMIN_IDENTIFY, ns.NSID, NVME_CNS_NAMESPACE, identify.data(), identify.size()),
-                         name + " Identify"))
+                         "%s Identify", name.text))
         return n;
     _krt_id_ns id;
     std::memcpy(&id, identify.data(), sizeof id);
-    n["shared"] = (id.nmic & 1) != 0;
     if (id.nlbaf >= kFormatLbaFormats)
-        cut(name + " Identify", "LBA formats past the " + std::to_string(kFormatLbaFormats) + " the format holds");
-    n["identify_hex"] = hexOf(identify.data(), kFormatNsIdentify, true);
+        cut(Name("namespace", ns.NSID, " Identify").text, "LBA formats past the %d the format holds",
+            kFormatLbaFormats);
+    put(n, {{"shared", (id.nmic & 1) != 0}, hex("identify_hex", identify.data(), kFormatNsIdentify, true)});
     if (eui64_.is_null() && std::any_of(id.eui64, id.eui64 + 7, [](KRT_U8 b) { return b != 0; }))
         eui64_ = hexOf(id.eui64, 7, false);
     return n;
@@ -593,7 +607,7 @@ void Reader::readNamespaces()
             if (ns.NSID == 0 || known)
                 continue;
             if (next >= kFormatNsSlots) {
-                cut("namespace " + std::to_string(ns.NSID), "past the 64 slots the format holds; left out");
+                cut(Name("namespace", ns.NSID).text, "past the %zu slots the format holds; left out", kFormatNsSlots);
                 continue;
             }
             namespaces_.push_back({ns, next++});
@@ -616,28 +630,27 @@ void Reader::readForeignNamespaces()
         if (nsid == 0)
             break;
         if (nsid > kFormatMaxNsid || list.size() >= kFormatNsSlots) {
-            cut("namespace " + std::to_string(nsid), "past what the format holds; left out");
+            cut(Name("namespace", nsid).text, "past what the format holds; left out");
             continue;
         }
         Page identify{};
         if (failed(admin(NVME_ADMIN_IDENTIFY, nsid, NVME_CNS_NAMESPACE, identify.data(), identify.size()),
-                   "namespace " + std::to_string(nsid) + " Identify"))
+                   "namespace %u Identify", nsid))
             continue;
         _krt_id_ns id;
         std::memcpy(&id, identify.data(), sizeof id);
         const KRT_U8 ds = id.lbaf[id.flbas & 0x0F].ds;
-        Json n = Json::object();
-        n["nsid"] = nsid;
+        Json &n = list.emplace_back(Json::object());
+        put(n, {{"nsid", nsid}});
         n["pd"] = nullptr;
-        n["slot"] = list.size();
-        n["sectors"] = val(id.nsze);
-        n["sector_size"] = ds < 32 ? (1ull << ds) : 0;
-        n["lba_data_size"] = ds;
-        n["shared"] = (id.nmic & 1) != 0;
-        n["identify_hex"] = hexOf(identify.data(), kFormatNsIdentify, true);
+        put(n, {{"slot", list.size() - 1},
+                {"sectors", id.nsze},
+                {"sector_size", ds < 32 ? (1ull << ds) : 0ull},
+                {"lba_data_size", ds},
+                {"shared", (id.nmic & 1) != 0},
+                hex("identify_hex", identify.data(), kFormatNsIdentify, true)});
         if (eui64_.is_null() && std::any_of(id.eui64, id.eui64 + 7, [](KRT_U8 b) { return b != 0; }))
             eui64_ = hexOf(id.eui64, 7, false);
-        list.push_back(n);
     }
     out_.namespaces = static_cast<int>(list.size());
     ad()["namespaces"] = list;
@@ -680,16 +693,16 @@ void Reader::run()
     std::vector<const _NVME_VD_Info *> keptVds;
     std::set<KRT_U16> vdIds;
     for (const _NVME_VD_Info &vd : vdRecords_) {
-        const std::string name = "vd " + std::to_string(vd.ID);
+        const Name name("vd", vd.ID);
         const KRT_U16 *const end = vd.PDIDs + std::min<int>(vd.MemberCount, KRT_VD_MAX_MEMBERS);
         const KRT_U16 *const unread = std::find_if(
             vd.PDIDs, end, [this](KRT_U16 id) { return id != KRT_PD_MISSING && pdEntries_.count(id) == 0; });
         if (vd.ID >= kFormatVds) {
-            cut(name, "past the " + std::to_string(kFormatVds) + " virtual disks the format holds; left out");
+            cut(name.text, "past the %u virtual disks the format holds; left out", kFormatVds);
         } else if (vdIds.count(vd.ID) != 0) {
-            cut(name, "listed twice; the first kept");
+            cut(name.text, "listed twice; the first kept");
         } else if (unread != end) {
-            cut(name, "its member PD " + std::to_string(*unread) + " was not read; left out");
+            cut(name.text, "its member PD %u was not read; left out", *unread);
         } else {
             vdIds.insert(vd.ID);
             keptVds.push_back(&vd);
@@ -699,21 +712,18 @@ void Reader::run()
     std::map<KRT_U16, Json> vdNamespaces;
     Json diskNamespaces = Json::array();
     for (const Ns &ns : namespaces_) {
-        const std::string name = "namespace " + std::to_string(ns.record.NSID);
-        if (ns.record.device_type == 1 && vdIds.count(ns.record.ID) == 0) {
-            cut(name, "its virtual disk " + std::to_string(ns.record.ID) + " was not read; left out");
-            continue;
-        }
-        if (ns.record.device_type != 1 && pdEntries_.count(ns.record.ID) == 0) {
-            cut(name, "its PD " + std::to_string(ns.record.ID) + " was not read; left out");
+        const bool onVd = ns.record.device_type == 1;
+        if (onVd ? vdIds.count(ns.record.ID) == 0 : pdEntries_.count(ns.record.ID) == 0) {
+            cut(Name("namespace", ns.record.NSID).text, "its %s %u was not read; left out",
+                onVd ? "virtual disk" : "PD", ns.record.ID);
             continue;
         }
         Json n = namespaceEntry(ns.record, ns.slot);
-        if (ns.record.device_type == 1) {
-            vdNamespaces[ns.record.ID].push_back(n);
+        if (onVd) {
+            vdNamespaces[ns.record.ID].push_back(std::move(n));
         } else {
-            n["pd"] = val(ns.record.ID);
-            diskNamespaces.push_back(n);
+            put(n, {{"pd", ns.record.ID}});
+            diskNamespaces.push_back(std::move(n));
         }
         ++out_.namespaces;
     }
@@ -733,43 +743,41 @@ void Reader::run()
     Json vds = Json::array();
     for (const _NVME_VD_Info *kept : keptVds) {
         const _NVME_VD_Info &vd = *kept;
-        Json v = Json::object();
-        v["id"] = val(vd.ID);
-        v["name"] = fieldText(vd.Name, sizeof vd.Name, Pad::Nuls);
-        v["raid"] = val(vd.RaidMode);
-        v["status"] = val(vd.Status);
-        v["importable"] = vd.Importable != 0;
+        Json &v = vds.emplace_back(Json::object());
+        put(v, {{"id", vd.ID},
+                text("name", vd.Name, Pad::Nuls),
+                {"raid", vd.RaidMode},
+                {"status", vd.Status},
+                {"importable", vd.Importable != 0}});
         const int count = std::min<int>(vd.MemberCount, KRT_VD_MAX_MEMBERS);
-        v["members"] = Json(std::vector<KRT_U16>(vd.PDIDs, vd.PDIDs + count));
-        v["member_count"] = val(vd.MemberCount);
-        v["parity"] = val(vd.NumParityDisk);
-        v["stripe_blocks"] = val(vd.StripBlockSize);
-        v["sector_size"] = val(vd.SectorSize);
-        v["sectors"] = val(vd.LBA);
+        v["members"] = std::vector<KRT_U16>(vd.PDIDs, vd.PDIDs + count);
+        put(v, {{"member_count", vd.MemberCount},
+                {"parity", vd.NumParityDisk},
+                {"stripe_blocks", vd.StripBlockSize},
+                {"sector_size", vd.SectorSize},
+                {"sectors", vd.LBA}});
         if (auto b = vdBga_.find(vd.ID); b != vdBga_.end() && b->second.BgaStatus != KRT_NVME_BGA_STATUS_NONE) {
             Json bga = bgaOf(b->second);
             if (b->second.BgaType == KRT_BGA_REBUILD && !targets.empty()) {
-                bga["target"] = targets.front();
+                put(bga, {{"target", targets.front()}});
                 targets.erase(targets.begin());
             }
-            v["bga"] = bga;
+            v["bga"] = std::move(bga);
         } else if (vd.BGAIndex != 0) {
             // The kind of activity last run, which the record keeps.
-            v["bga"] = {{"type", val(vd.BGAIndex)}, {"state", "none"}};
+            put(v["bga"], {{"type", vd.BGAIndex}, {"state", "none"}});
         }
-        v["namespaces"] = vdNamespaces.count(vd.ID) ? vdNamespaces[vd.ID] : Json::array();
-        vds.push_back(v);
+        v["namespaces"] = vdNamespaces.count(vd.ID) ? std::move(vdNamespaces[vd.ID]) : Json::array();
         ++out_.vds;
     }
     if (!eui64_.is_null())
         ad()["eui64"] = eui64_;
-    Json pds = Json::array();
+    Json &pds = ad()["pds"] = Json::array();
     for (auto &[id, p] : pdEntries_)
-        pds.push_back(p);
+        pds.push_back(std::move(p));
     out_.pds = static_cast<int>(pds.size());
-    ad()["pds"] = pds;
-    ad()["vds"] = vds;
-    ad()["namespaces"] = diskNamespaces;
+    ad()["vds"] = std::move(vds);
+    ad()["namespaces"] = std::move(diskNamespaces);
 }
 
 }  // namespace

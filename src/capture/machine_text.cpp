@@ -81,6 +81,20 @@ Json hexObject(const void *bytes, std::size_t size)
     return hex;
 }
 
+// A 128-bit little-endian counter.
+Json counter128(const KRT_U8 *bytes)
+{
+    KRT_U64 low = 0, high = 0;
+    std::memcpy(&low, bytes, sizeof low);
+    std::memcpy(&high, bytes + 8, sizeof high);
+    if (high == 0)
+        return low;
+    char text[40];
+    std::snprintf(text, sizeof text, "0x%llx%016llx", static_cast<unsigned long long>(high),
+                  static_cast<unsigned long long>(low));
+    return std::string(text);
+}
+
 }  // namespace
 
 Json fieldText(const KRT_U8 *bytes, std::size_t size, Pad pad)
@@ -132,17 +146,31 @@ std::string layout(const Json &document)
     return out;
 }
 
-Json counter128(const KRT_U8 (&bytes)[16])
+void put(Json &object, std::initializer_list<Field> fields)
 {
-    KRT_U64 low = 0, high = 0;
-    std::memcpy(&low, bytes, sizeof low);
-    std::memcpy(&high, bytes + 8, sizeof high);
-    if (high == 0)
-        return low;
-    char text[40];
-    std::snprintf(text, sizeof text, "0x%llx%016llx", static_cast<unsigned long long>(high),
-                  static_cast<unsigned long long>(low));
-    return std::string(text);
+    for (const Field &f : fields) {
+        Json &member = object[f.key];
+        switch (f.kind) {
+            case Field::Kind::Number:
+                member = f.number;
+                break;
+            case Field::Kind::Flag:
+                member = f.number != 0;
+                break;
+            case Field::Kind::Word:
+                member = f.word;
+                break;
+            case Field::Kind::Text:
+                member = fieldText(f.bytes, f.size, f.pad);
+                break;
+            case Field::Kind::Hex:
+                member = hexOf(f.bytes, f.size, f.trim);
+                break;
+            case Field::Kind::Counter:
+                member = counter128(f.bytes);
+                break;
+        }
+    }
 }
 
 }  // namespace capture
