@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <functional>
 #include <string>
 
 #include "api/krt_api.h"
@@ -149,6 +151,72 @@ TEST_F(Registry, AdminPrintsItsStatusAndNvmDoesNot)
     EXPECT_EQ(KRT_Adapter_NVM(0, 2, 1, words, 1, nullptr, 0, out, sizeof out), 0u);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "Invalid Firmware Slot (Status Code: 0x106)\nInvalid Command Opcode (Status Code: 0x1)\n");
+}
+
+// The class-form requests, which other clients of the API make and no
+// command does: a missing buffer is refused before anything is sent, and
+// each sends its class and sub-command words, then the id it names.
+TEST_F(Registry, ClassFormRequestsSendTheirWordsAndRefuseAMissingBuffer)
+{
+    twoControllers();
+    using Call = std::function<KRT_U32(void *)>;
+    const auto take = []<typename T>(KRT_U32 (*request)(KRT_U16, T *)) -> Call {
+        return [request](void *b) { return request(0, static_cast<T *>(b)); };
+    };
+    const struct {
+        Call call;
+        std::vector<KRT_U16> words;
+        int refused;  // what a missing buffer gives; -1: the request takes none
+    } cases[] = {
+        {take(KRT_Adapter_GetConfig), {0xE0, 1}, 1},
+        {take(KRT_Adapter_SetConfig), {0xE0, 2}, 1},
+        {take(KRT_Adapter_LED), {0xE0, 7}, 1},
+        {take(KRT_PD_GetInfo), {0xE1, 0}, 1},
+        {take(KRT_PD_Import), {0xE1, 9}, 1},
+        {take(KRT_VD_GetInfo), {0xE2, 0}, 1},
+        {take(KRT_VD_GetConfig), {0xE2, 1}, 1},
+        {take(KRT_VD_SetConfig), {0xE2, 2}, 1},
+        {take(KRT_VD_Create), {0xE2, 3}, 1},
+        {take(KRT_VD_Import), {0xE2, 6}, 1},
+        {take(KRT_PD_GetBGAStatus), {0xE3, 1}, 1},
+        {take(KRT_VD_GetBGAStatus), {0xE3, 2}, 1},
+        {take(KRT_VD_Rebuild), {0xE3, 7}, 1},
+        {take(KRT_VD_Migrate), {0xE3, 9}, 1},
+        {take(KRT_Event_Status), {0xE4, 1}, 1},
+        {take(KRT_Dump_Console), {0xFE, 0}, 1},
+        {take(KRT_Dump_Status), {0xFE, 1}, 1},
+        {take(KRT_Get_Dump_Cfg), {0xFE, 2}, 1},
+        {take(KRT_Set_Dump_Cfg), {0xFE, 3}, 1},
+        {take(KRT_Page_Event), {0xFE, 4}, 0},
+        {[](void *b) { return KRT_PD_OEM(0, b, 8); }, {0xE1, 3}, 1},
+        {[](void *b) { return KRT_VD_QuerySize(0, b, b); }, {0xE2, 3}, 1},
+        {[](void *b) { return KRT_NS_GetInfo_VD(0, 3, static_cast<_NVME_NS_Info *>(b), 2); }, {0xE5, 1, 3}, 1},
+        {[](void *) { return KRT_VD_Delete(0, 2); }, {0xE2, 4}, -1},
+        {[](void *) { return KRT_PD_BGAControl(0, 1, 2); }, {0xE3, 3, 2}, -1},
+        {[](void *) { return KRT_VD_BGAControl(0, 1, 2); }, {0xE3, 4, 2}, -1},
+        {[](void *) { return KRT_PD_MP(0, 5); }, {0xE3, 5}, -1},
+        {[](void *) { return KRT_VD_Init(0, 1, 2); }, {0xE3, 6}, -1},
+        {[](void *) { return KRT_VD_Sync(0, 5); }, {0xE3, 8}, -1},
+        {[](void *) { return KRT_VD_MP(0, 5); }, {0xE3, 10}, -1},
+    };
+    const auto words = [](const fake::Request &r) {
+        _NVMESendData d{};
+        std::memcpy(&d, r.sent.data(), std::min(r.sent.size(), sizeof d));
+        return std::vector<KRT_U16>(d.vendor_cmd, d.vendor_cmd + std::min<int>(d.cmd_length, KRT_PAIR_MAX_WORDS));
+    };
+    std::vector<KRT_U8> buffer(KRT_BUFFER_SIZE);
+    for (const auto &c : cases) {
+        fake::driver().requests.clear();
+        if (c.refused >= 0) {
+            EXPECT_EQ(c.call(nullptr), static_cast<KRT_U32>(c.refused)) << c.words[0] << "/" << c.words[1];
+        }
+        EXPECT_TRUE(requests().empty());
+        EXPECT_EQ(c.call(buffer.data()), 0u) << c.words[0] << "/" << c.words[1];
+        const auto sends = fake::sent(KRT_PAIR_SEND_WIRE);
+        EXPECT_TRUE(
+            std::any_of(sends.begin(), sends.end(), [&](const fake::Request &r) { return words(r) == c.words; }))
+            << c.words[0] << "/" << c.words[1];
+    }
 }
 
 // Costs the five seconds of the deadline: nothing else notices a wait that
