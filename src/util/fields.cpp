@@ -187,13 +187,6 @@ void FieldWriter::yesNo(const char *label, bool value) const
     str(label, value ? "Yes" : "No");
 }
 
-void FieldWriter::joined(const char *label, const char *value) const
-{
-    if (json_output::active())
-        return json_output::stringField(label, json_output::trimmed(value));
-    print("%s%s\n", label, value);
-}
-
 long long sizeInGigabytes(KRT_U32 sectorSize, KRT_U64 lba)
 {
     return static_cast<long long>(sizeInBytes(sectorSize, lba) >> 30);

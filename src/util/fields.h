@@ -50,8 +50,6 @@ class FieldWriter {
     void gigabytes(const char *label, long long value) const;
     // "<label> Yes" or "<label> No".
     void yesNo(const char *label, bool value) const;
-    // "<label><value>": the label carries its own separator and is not padded.
-    void joined(const char *label, const char *value) const;
 
     // A field whose JSON value is not its text: a list of what the text runs
     // together, a quantity whose unit the key carries. Under `key`, or the
