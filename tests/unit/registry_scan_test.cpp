@@ -3,12 +3,12 @@
 // lock that serves their paired requests. The management API's requests
 // where no command of the tool asks them (NVM commands) or no simulated
 // controller answers so.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
-#include <functional>
 #include <string>
 
 #include "api/krt_api.h"
@@ -153,70 +153,58 @@ TEST_F(Registry, AdminPrintsItsStatusAndNvmDoesNot)
               "Invalid Firmware Slot (Status Code: 0x106)\nInvalid Command Opcode (Status Code: 0x1)\n");
 }
 
-// The class-form requests, which other clients of the API make and no
-// command does: a missing buffer is refused before anything is sent, and
-// each sends its class and sub-command words, then the id it names.
+// The class-form requests, made by other clients of the API and by no command:
+// a missing buffer is refused before anything is sent; each sends its class
+// and sub-command words, then its BGA action or VD id. The VD hooks (each reads
+// the VD list) run after a creation and before a deletion.
 TEST_F(Registry, ClassFormRequestsSendTheirWordsAndRefuseAMissingBuffer)
 {
     twoControllers();
-    using Call = std::function<KRT_U32(void *)>;
-    const auto take = []<typename T>(KRT_U32 (*request)(KRT_U16, T *)) -> Call {
-        return [request](void *b) { return request(0, static_cast<T *>(b)); };
-    };
-    const struct {
-        Call call;
-        std::vector<KRT_U16> words;
-        int refused;  // what a missing buffer gives; -1: the request takes none
-    } cases[] = {
-        {take(KRT_Adapter_GetConfig), {0xE0, 1}, 1},
-        {take(KRT_Adapter_SetConfig), {0xE0, 2}, 1},
-        {take(KRT_Adapter_LED), {0xE0, 7}, 1},
-        {take(KRT_PD_GetInfo), {0xE1, 0}, 1},
-        {take(KRT_PD_Import), {0xE1, 9}, 1},
-        {take(KRT_VD_GetInfo), {0xE2, 0}, 1},
-        {take(KRT_VD_GetConfig), {0xE2, 1}, 1},
-        {take(KRT_VD_SetConfig), {0xE2, 2}, 1},
-        {take(KRT_VD_Create), {0xE2, 3}, 1},
-        {take(KRT_VD_Import), {0xE2, 6}, 1},
-        {take(KRT_PD_GetBGAStatus), {0xE3, 1}, 1},
-        {take(KRT_VD_GetBGAStatus), {0xE3, 2}, 1},
-        {take(KRT_VD_Rebuild), {0xE3, 7}, 1},
-        {take(KRT_VD_Migrate), {0xE3, 9}, 1},
-        {take(KRT_Event_Status), {0xE4, 1}, 1},
-        {take(KRT_Dump_Console), {0xFE, 0}, 1},
-        {take(KRT_Dump_Status), {0xFE, 1}, 1},
-        {take(KRT_Get_Dump_Cfg), {0xFE, 2}, 1},
-        {take(KRT_Set_Dump_Cfg), {0xFE, 3}, 1},
-        {take(KRT_Page_Event), {0xFE, 4}, 0},
-        {[](void *b) { return KRT_PD_OEM(0, b, 8); }, {0xE1, 3}, 1},
-        {[](void *b) { return KRT_VD_QuerySize(0, b, b); }, {0xE2, 3}, 1},
-        {[](void *b) { return KRT_NS_GetInfo_VD(0, 3, static_cast<_NVME_NS_Info *>(b), 2); }, {0xE5, 1, 3}, 1},
-        {[](void *) { return KRT_VD_Delete(0, 2); }, {0xE2, 4}, -1},
-        {[](void *) { return KRT_PD_BGAControl(0, 1, 2); }, {0xE3, 3, 2}, -1},
-        {[](void *) { return KRT_VD_BGAControl(0, 1, 2); }, {0xE3, 4, 2}, -1},
-        {[](void *) { return KRT_PD_MP(0, 5); }, {0xE3, 5}, -1},
-        {[](void *) { return KRT_VD_Init(0, 1, 2); }, {0xE3, 6}, -1},
-        {[](void *) { return KRT_VD_Sync(0, 5); }, {0xE3, 8}, -1},
-        {[](void *) { return KRT_VD_MP(0, 5); }, {0xE3, 10}, -1},
-    };
-    const auto words = [](const fake::Request &r) {
+    KRT_U8 b[KRT_BUFFER_SIZE] = {};
+    // clang-format off
+    const KRT_U32 refused[] = {
+        KRT_Adapter_GetConfig(0, nullptr), KRT_Adapter_SetConfig(0, nullptr), KRT_Adapter_LED(0, nullptr),
+        KRT_PD_GetInfo(0, nullptr), KRT_PD_OEM(0, nullptr, 8), KRT_PD_Import(0, nullptr), KRT_VD_GetInfo(0, nullptr),
+        KRT_VD_GetConfig(0, nullptr), KRT_VD_SetConfig(0, nullptr), KRT_VD_Create(0, nullptr),
+        KRT_VD_QuerySize(0, b, nullptr), KRT_VD_Import(0, nullptr), KRT_PD_GetBGAStatus(0, nullptr),
+        KRT_VD_GetBGAStatus(0, nullptr), KRT_VD_Rebuild(0, nullptr), KRT_VD_Migrate(0, nullptr),
+        KRT_Event_Status(0, nullptr), KRT_NS_GetInfo_VD(0, 3, nullptr, 2), KRT_Dump_Console(0, nullptr),
+        KRT_Dump_Status(0, nullptr), KRT_Get_Dump_Cfg(0, nullptr), KRT_Set_Dump_Cfg(0, nullptr)};
+    // clang-format on
+    EXPECT_THAT(refused, testing::Each(1u));
+    EXPECT_EQ(KRT_Page_Event(0, nullptr), 0u) << "no page, nothing to read";
+    EXPECT_TRUE(requests().empty());
+
+    _NVME_Adapter_Config config{};
+    const _NVME_LED led{};
+    const _RequestHeader head{};
+    const _NVME_Rebuild rebuild{};
+    const _NVME_Migrate migrate{};
+    _NVME_NS_Info ns[2]{};
+    // clang-format off
+    const KRT_U32 done[] = {
+        KRT_Adapter_GetConfig(0, &config), KRT_Adapter_SetConfig(0, &config), KRT_Adapter_LED(0, &led),
+        KRT_PD_GetInfo(0, b), KRT_PD_OEM(0, b, 8), KRT_PD_Import(0, &head), KRT_VD_GetInfo(0, b),
+        KRT_VD_GetConfig(0, b), KRT_VD_SetConfig(0, b), KRT_VD_Create(0, b), KRT_VD_QuerySize(0, b, b),
+        KRT_VD_Delete(0, 2), KRT_VD_Import(0, &head), KRT_PD_GetBGAStatus(0, b), KRT_VD_GetBGAStatus(0, b),
+        KRT_PD_BGAControl(0, 1, 2), KRT_VD_BGAControl(0, 1, 2), KRT_PD_MP(0, 5), KRT_VD_Init(0, 1, 2),
+        KRT_VD_Rebuild(0, &rebuild), KRT_VD_Sync(0, 5), KRT_VD_Migrate(0, &migrate), KRT_VD_MP(0, 5),
+        KRT_Event_Status(0, b), KRT_NS_GetInfo_VD(0, 3, ns, 2), KRT_Dump_Console(0, b), KRT_Dump_Status(0, b),
+        KRT_Get_Dump_Cfg(0, b), KRT_Set_Dump_Cfg(0, b), KRT_Page_Event(0, b)};
+    // clang-format on
+    EXPECT_THAT(done, testing::Each(0u));
+    std::vector<std::vector<KRT_U16>> words;
+    for (const fake::Request &r : fake::sent(KRT_PAIR_SEND_WIRE)) {
         _NVMESendData d{};
         std::memcpy(&d, r.sent.data(), std::min(r.sent.size(), sizeof d));
-        return std::vector<KRT_U16>(d.vendor_cmd, d.vendor_cmd + std::min<int>(d.cmd_length, KRT_PAIR_MAX_WORDS));
-    };
-    std::vector<KRT_U8> buffer(KRT_BUFFER_SIZE);
-    for (const auto &c : cases) {
-        fake::driver().requests.clear();
-        if (c.refused >= 0) {
-            EXPECT_EQ(c.call(nullptr), static_cast<KRT_U32>(c.refused)) << c.words[0] << "/" << c.words[1];
-        }
-        EXPECT_TRUE(requests().empty());
-        EXPECT_EQ(c.call(buffer.data()), 0u) << c.words[0] << "/" << c.words[1];
-        const auto sends = fake::sent(KRT_PAIR_SEND_WIRE);
-        EXPECT_TRUE(
-            std::any_of(sends.begin(), sends.end(), [&](const fake::Request &r) { return words(r) == c.words; }))
-            << c.words[0] << "/" << c.words[1];
+        words.emplace_back(d.vendor_cmd, d.vendor_cmd + std::min<int>(d.cmd_length, KRT_PAIR_MAX_WORDS));
     }
+    EXPECT_EQ(words,
+              (std::vector<std::vector<KRT_U16>>{
+                  {0xE0, 1},  {0xE0, 2},    {0xE0, 7},    {0xE1, 0}, {0xE1, 3}, {0xE1, 9}, {0xE2, 0}, {0xE2, 1},
+                  {0xE2, 2},  {0xE2, 3},    {0xE2, 0},    {0xE2, 3}, {0xE2, 0}, {0xE2, 4}, {0xE2, 6}, {0xE3, 1},
+                  {0xE3, 2},  {0xE3, 3, 2}, {0xE3, 4, 2}, {0xE3, 5}, {0xE3, 6}, {0xE3, 7}, {0xE3, 8}, {0xE3, 9},
+                  {0xE3, 10}, {0xE4, 1},    {0xE5, 1, 3}, {0xFE, 0}, {0xFE, 1}, {0xFE, 2}, {0xFE, 3}, {0xFE, 4}}));
 }
 
 // Costs the five seconds of the deadline: nothing else notices a wait that
