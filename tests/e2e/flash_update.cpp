@@ -16,16 +16,8 @@
 namespace {
 
 using krt_test::has;
+using krt_test::pattern;
 using krt_test::SimMachine;
-
-// The bytes the table's images are made of.
-std::string pattern(std::size_t length)
-{
-    std::string bytes(length, '\0');
-    for (std::size_t i = 0; i < length; ++i)
-        bytes[i] = static_cast<char>(i * 7 % 253);
-    return bytes;
-}
 
 TEST(Flash, Cases)
 {

@@ -96,7 +96,8 @@ TEST(SimTool, ResetReportsBadFixturesAndTakesOddValues)
     krt_test::writeFile(dir.file("odd.json"), R"({"adapters": [{"max_ns": 60, "pd_count": 2,
         "vds": [{"members": [0, 1], "raid": "raid1", "member_count": 40, "name": "ABCDEFGHIJKLMNOPQRS"}]}]})");
     ASSERT_EQ(m.run("reset " + dir.file("odd.json")).status, 0);
-    auto vd = record<_NVME_VD_Info>(m.query(krt_cdw12(0xE2, 0, 0)));
+    _NVME_VD_Info vd;
+    std::memcpy(&vd, m.query(krt_cdw12(0xE2, 0, 0)).data() + 8, sizeof vd);
     EXPECT_EQ(vd.MemberCount, 40);
     EXPECT_EQ(text(vd.Name, 16), "ABCDEFGHIJKLMNOP");
 }

@@ -42,15 +42,6 @@ inline Words cmd(std::initializer_list<std::pair<int, KRT_U32>> set)
     return w;
 }
 
-// A record from a reply, by default right after the 8-byte envelope.
-template <typename T, size_t N>
-T record(const std::array<KRT_U8, N> &reply, size_t at = 8)
-{
-    T t;
-    std::memcpy(&t, reply.data() + at, sizeof t);
-    return t;
-}
-
 inline std::string text(const KRT_U8 *p, size_t n)
 {
     return std::string(reinterpret_cast<const char *>(p), n);
@@ -119,11 +110,6 @@ class LibMachine {
         r.status = io.status;
         r.compStatus = nvme_comp_status(io.comp[3]);
         return r;
-    }
-    template <size_t N>
-    KRT_U32 read(const Words &words, std::array<KRT_U8, N> &buf) const
-    {
-        return admin(words, XFER_FROM_DEV, buf.data(), N).compStatus;
     }
     KRT_U32 send(const Words &words, std::vector<KRT_U8> data = {}) const
     {

@@ -53,10 +53,7 @@ std::unique_ptr<SimMachine> prepared(const Case &c)
             m->cli(rest);
         } else {
             EXPECT_EQ(step[0], "file");
-            std::string bytes(std::stoul(rest.at(1)), '\0');
-            for (std::size_t i = 0; i < bytes.size(); ++i)
-                bytes[i] = static_cast<char>(i * 7 % 253);
-            writeFile(m->dir().file(rest.at(0)), bytes);
+            writeFile(m->dir().file(rest.at(0)), pattern(std::stoul(rest.at(1))));
         }
     }
     if (!c.setup.empty())

@@ -39,4 +39,13 @@ inline std::vector<std::string> words(const std::string &text)
     return {std::istream_iterator<std::string>(in), {}};
 }
 
+// The bytes of a made-up file: 0, 7, 14, ... modulo 253.
+inline std::string pattern(std::size_t length)
+{
+    std::string bytes(length, '\0');
+    for (std::size_t i = 0; i < length; ++i)
+        bytes[i] = static_cast<char>(i * 7 % 253);
+    return bytes;
+}
+
 }  // namespace krt_test
