@@ -115,8 +115,9 @@ TEST(ShellTerminal, PromptLineEditingCompletionAndExit)
     ASSERT_TRUE(t.say("", "CLI Version: 1.0.0.1041\r\nWelcome to NVMe Command Line Interface.\r\n\r\n> ")) << t.output;
     const std::pair<const char *, const char *> steps[] = {
         {"recallme\r", "Invalid command 'recallme'!\r\n> "},
-        {"\x1b[A\r", "Invalid command 'recallme'!\r\n> "},  // the up arrow recalls the line
-        {"\x04", "> "},                                     // Ctrl-D: only the prompt again
+        {"\x1b[A\r", "Invalid command 'recallme'!\r\n> "},    // the up arrow recalls the line
+        {"ab\x1b[A\x1b[B\r", "Invalid command 'ab'!\r\n> "},  // and the down arrow the new one
+        {"\x04", "> "},                                       // Ctrl-D: only the prompt again
         // Tab completes one candidate and lists several: command names, the
         // options of the command typed (never a long name only its help
         // mentions), command names after help.
