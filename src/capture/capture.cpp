@@ -1,6 +1,7 @@
 #include "capture/capture.h"
 
 #include <fcntl.h>
+#include <libgen.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -81,14 +82,6 @@ bool readWords(int argc, char **argv, Words &w)
     return true;
 }
 
-std::string folderOf(const std::string &path)
-{
-    const std::size_t slash = path.rfind('/');
-    if (slash == std::string::npos)
-        return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 std::string temporaryName(const std::string &path)
 {
     return path + ".tmp." + std::to_string(static_cast<long>(getpid()));
@@ -153,7 +146,8 @@ bool writeWhole(const std::string &path, const std::string &text, std::string &e
         return false;
     }
     // The rename itself reaches the disk with its folder.
-    const int folder = open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    std::string copy = path;
+    const int folder = open(dirname(copy.data()), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (folder >= 0) {
         fsync(folder);
         close(folder);
