@@ -16,7 +16,6 @@
 namespace {
 
 using krt_test::has;
-using krt_test::pattern;
 using krt_test::SimMachine;
 
 TEST(Flash, Cases)
@@ -30,7 +29,7 @@ TEST(Flash, NewFirmwareRunsAfterTheRebootAndDebugWords)
     // The last segment goes whole: after the file's last 904 bytes, what the
     // segment before left from byte 904 on. Only so does the version the
     // image carries come together, from the file's end and its byte 904.
-    std::string image = pattern(5000);
+    std::string image = krt_test::pattern(5000);
     image.replace(4992, 8, "KRTFW:7.").replace(904, 6, "7.7.7;");
     krt_test::writeFile(m.dir().file("fw.bin"), image);
     EXPECT_EQ(m.cli({"flash", "-o", "hba", "-f", "fw.bin", "-s", "2", "-c", "1"}).status, 0);
@@ -59,7 +58,7 @@ TEST(Flash, NewFirmwareRunsAfterTheRebootAndDebugWords)
     EXPECT_TRUE(has(m.cli({"info", "-o", "hba"}).out, "Firmware Version:                    7.7.7.0008\n"));
 
     // An SSD update, word by word with debugging on.
-    krt_test::writeFile(m.dir().file("ssd.bin"), pattern(5000));
+    krt_test::writeFile(m.dir().file("ssd.bin"), krt_test::pattern(5000));
     const std::string debug = m.shell("--debug\nflash -o pd -i 2 -f ssd.bin -s 1 -c 1\n");
     EXPECT_TRUE(has(debug, "total_size: 5000\ncount: 0, offset: 0\nDownload firmware percentage:0\n")) << debug;
     EXPECT_TRUE(has(debug,
@@ -75,7 +74,7 @@ TEST(Flash, ProgressShowsWhileTheControllerWritesItsFlash)
     const SimMachine m("raid");
     // 64 KiB at 40 s per MiB: a download of about two and a half seconds.
     ASSERT_EQ(m.krtsim({"pace", "40000"}).status, 0);
-    krt_test::writeFile(m.dir().file("fw.bin"), pattern(64 << 10));
+    krt_test::writeFile(m.dir().file("fw.bin"), krt_test::pattern(64 << 10));
     const auto r = m.cli({"flash", "-o", "hba", "-f", "fw.bin", "-s", "2", "-c", "1"});
     EXPECT_EQ(r.status, 0);
     std::vector<int> shown;
